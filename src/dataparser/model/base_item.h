@@ -1,0 +1,78 @@
+// IOSBaseItem: base of every model item.
+//
+// An item keeps the JSON object it was built from (`rawData`, a shared handle into the parsed
+// document; never a copy), reads its displayed fields from it lazily, and carries the display
+// flags that the user interface sets. `tag` is read from "tag" once and cached; `isDeleted` is
+// `tag() == "deleted"`.
+//
+// Items are shared (std::shared_ptr): one attachment may sit in a message and in several lists.
+// Make them with the factory, which runs `initWithDictionary` on the new object:
+//
+//   auto item = IOSBaseItem::itemWithDictionary<IOSSMSSingleItem>(record);
+//
+// Thread safety: an item is built on one thread; afterwards its getters may be called from one
+// thread at a time (lazy fields fill without locking).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dataparser/model/describable.h"
+#include "dataparser/util/json.h"
+
+namespace dataparser {
+
+class IOSBaseItem : public Describable {
+ public:
+  IOSBaseItem() = default;
+  ~IOSBaseItem() override = default;
+
+  // Constructs an item of class T and runs `initWithDictionary(dictionary)` on it.
+  template <class T = IOSBaseItem>
+  static std::shared_ptr<T> itemWithDictionary(const json::Value& dictionary) {
+    auto item = std::make_shared<T>();
+    item->initWithDictionary(dictionary);
+    return item;
+  }
+
+  // Keeps `dictionary` as `rawData` when it is a JSON object; any other value is ignored and
+  // the item has no `rawData`. Subclasses that read more call this first.
+  virtual void initWithDictionary(const json::Value& dictionary);
+
+  const json::Value& rawData() const { return rawData_; }
+  void setRawData(json::Value rawData) { rawData_ = std::move(rawData); }
+
+  // "tag" of `rawData` when it is a string, else ""; read once, then cached.
+  const std::string& tag() const;
+  void setTag(std::string tag) { tag_ = std::move(tag); }
+  bool isDeleted() const { return tag() == "deleted"; }
+
+  std::int64_t isSelected() const { return selected_; }
+  std::int64_t selected() const { return selected_; }
+  void setSelected(std::int64_t selected) { selected_ = selected; }
+  bool isHighlighed() const { return highlighed_; }
+  void setHighlighed(bool value) { highlighed_ = value; }
+  bool isDragHighlighted() const { return dragHighlighted_; }
+  void setDragHighlighted(bool value) { dragHighlighted_ = value; }
+  bool isVisible() const { return visible_; }
+  void setVisible(bool value) { visible_ = value; }
+
+  std::string_view className() const override { return "IOSBaseItem"; }
+  void describe(FieldVisitor& visitor) const override;
+
+ private:
+  json::Value rawData_;
+  mutable std::optional<std::string> tag_;
+  std::int64_t selected_ = 0;
+  bool highlighed_ = false;
+  bool dragHighlighted_ = false;
+  bool visible_ = false;
+};
+
+using ItemPtr = std::shared_ptr<IOSBaseItem>;
+using ItemList = std::vector<ItemPtr>;
+
+}  // namespace dataparser

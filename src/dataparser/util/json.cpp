@@ -1,0 +1,399 @@
+#include "dataparser/util/json.h"
+
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <simdjson.h>
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace dataparser::json {
+
+using simdjson::internal::tape_ref;
+using simdjson::internal::tape_type;
+
+// Owns simdjson's DOM. Handles refer to it by tape index: the tape format (one 64-bit word per
+// scalar, brackets that know their matching bracket) is simdjson's documented, stable layout.
+class Document {
+ public:
+  simdjson::dom::document dom;
+
+  tape_ref tape(std::size_t index) const { return tape_ref(&dom, index); }
+
+  // The root element sits right after the tape's root word.
+  static constexpr std::size_t kRootIndex = 1;
+
+  static View view(const Document* document, std::size_t index) {
+    View view;
+    view.document_ = document;
+    view.tapeIndex_ = index;
+    return view;
+  }
+};
+
+namespace {
+
+// Documents above this size are parsed with a parser of their own, so that a thread does not
+// keep a giant parser buffer alive after one huge file.
+constexpr std::size_t kLargeDocumentBytes = std::size_t{64} << 20;
+
+simdjson::dom::parser& threadParser() {
+  thread_local simdjson::dom::parser parser;
+  return parser;
+}
+
+Value parseBytes(const char* data, std::size_t length, bool padded, std::string* error) {
+  auto document = std::make_shared<Document>();
+  simdjson::error_code code;
+  if (length > kLargeDocumentBytes) {
+    simdjson::dom::parser parser;
+    code = parser.parse_into_document(document->dom, data, length, !padded).error();
+  } else {
+    code = threadParser().parse_into_document(document->dom, data, length, !padded).error();
+  }
+  if (code != simdjson::SUCCESS) {
+    if (error) *error = simdjson::error_message(code);
+    return {};
+  }
+  const Document* raw = document.get();
+  View root = Document::view(raw, Document::kRootIndex);
+  // Like the platform's decoder, a text must hold an object or an array at its top.
+  if (!root.isObject() && !root.isArray()) {
+    if (error) *error = "JSON text did not start with array or object";
+    return {};
+  }
+  return Value(std::move(document), root);
+}
+
+std::int64_t saturate(double value) {
+  if (std::isnan(value)) return 0;
+  // 2^63 is exactly representable; everything at or above it saturates.
+  constexpr double kLimit = 9223372036854775808.0;
+  if (value >= kLimit) return std::numeric_limits<std::int64_t>::max();
+  if (value <= -kLimit) return std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::int64_t>(value);  // truncates towards zero
+}
+
+std::string_view trimLeadingSpace(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i])))
+    ++i;
+  return text.substr(i);
+}
+
+template <class Writer>
+void writeElement(const Document* document, std::size_t index, Writer& writer) {
+  tape_ref tape = document->tape(index);
+  switch (tape.tape_ref_type()) {
+    case tape_type::START_OBJECT: {
+      writer.StartObject();
+      std::size_t end = tape.after_element() - 1;
+      for (std::size_t i = index + 1; i < end;) {
+        std::string_view key = document->tape(i).get_string_view();
+        writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+        writeElement(document, i + 1, writer);
+        i = document->tape(i + 1).after_element();
+      }
+      writer.EndObject();
+      return;
+    }
+    case tape_type::START_ARRAY: {
+      writer.StartArray();
+      std::size_t end = tape.after_element() - 1;
+      for (std::size_t i = index + 1; i < end; i = document->tape(i).after_element()) {
+        writeElement(document, i, writer);
+      }
+      writer.EndArray();
+      return;
+    }
+    case tape_type::STRING: {
+      std::string_view text = tape.get_string_view();
+      writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+      return;
+    }
+    case tape_type::INT64:
+      writer.Int64(tape.next_tape_value<std::int64_t>());
+      return;
+    case tape_type::UINT64:
+      writer.Uint64(tape.next_tape_value<std::uint64_t>());
+      return;
+    case tape_type::DOUBLE:
+      writer.Double(tape.next_tape_value<double>());
+      return;
+    case tape_type::TRUE_VALUE:
+      writer.Bool(true);
+      return;
+    case tape_type::FALSE_VALUE:
+      writer.Bool(false);
+      return;
+    default:
+      writer.Null();
+      return;
+  }
+}
+
+}  // namespace
+
+Type View::type() const {
+  if (document_ == nullptr) return Type::kAbsent;
+  switch (document_->tape(tapeIndex_).tape_ref_type()) {
+    case tape_type::START_OBJECT:
+      return Type::kObject;
+    case tape_type::START_ARRAY:
+      return Type::kArray;
+    case tape_type::STRING:
+      return Type::kString;
+    case tape_type::INT64:
+      return Type::kInteger;
+    case tape_type::UINT64:
+      return Type::kUnsigned;
+    case tape_type::DOUBLE:
+      return Type::kDouble;
+    case tape_type::TRUE_VALUE:
+    case tape_type::FALSE_VALUE:
+      return Type::kBoolean;
+    case tape_type::NULL_VALUE:
+      return Type::kNull;
+    default:
+      return Type::kAbsent;
+  }
+}
+
+bool View::isNumber() const {
+  Type t = type();
+  return t == Type::kInteger || t == Type::kUnsigned || t == Type::kDouble;
+}
+
+View View::operator[](std::string_view key) const {
+  if (!isObject()) return {};
+  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  for (std::size_t i = tapeIndex_ + 1; i < end;) {
+    tape_ref keyTape = document_->tape(i);
+    if (keyTape.get_string_length() == key.size() &&
+        std::memcmp(keyTape.get_c_str(), key.data(), key.size()) == 0) {
+      return Document::view(document_, i + 1);
+    }
+    i = document_->tape(i + 1).after_element();
+  }
+  return {};
+}
+
+View View::at(std::size_t index) const {
+  if (!isArray()) return {};
+  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  std::size_t i = tapeIndex_ + 1;
+  for (std::size_t n = 0; i < end; ++n, i = document_->tape(i).after_element()) {
+    if (n == index) return Document::view(document_, i);
+  }
+  return {};
+}
+
+std::size_t View::size() const {
+  Type t = type();
+  if (t != Type::kArray && t != Type::kObject) return 0;
+  tape_ref tape = document_->tape(tapeIndex_);
+  std::uint32_t count = tape.scope_count();
+  // The tape saturates its element count at 0xFFFFFF; count by walking past that.
+  if (count < 0xFFFFFF) return count;
+  std::size_t n = 0;
+  std::size_t end = tape.after_element() - 1;
+  for (std::size_t i = tapeIndex_ + 1; i < end; ++n) {
+    if (t == Type::kObject) ++i;  // skip the key
+    i = document_->tape(i).after_element();
+  }
+  return n;
+}
+
+std::string_view View::string() const {
+  if (!isString()) return {};
+  return document_->tape(tapeIndex_).get_string_view();
+}
+
+std::optional<std::string_view> View::optionalString() const {
+  if (!isString()) return std::nullopt;
+  return document_->tape(tapeIndex_).get_string_view();
+}
+
+std::int64_t View::integer() const {
+  switch (type()) {
+    case Type::kInteger:
+      return document_->tape(tapeIndex_).next_tape_value<std::int64_t>();
+    case Type::kUnsigned:
+      return std::numeric_limits<std::int64_t>::max();  // only values above INT64_MAX are here
+    case Type::kDouble:
+      return saturate(document_->tape(tapeIndex_).next_tape_value<double>());
+    case Type::kBoolean:
+      return document_->tape(tapeIndex_).is_true() ? 1 : 0;
+    default:
+      return 0;
+  }
+}
+
+double View::number() const {
+  switch (type()) {
+    case Type::kInteger:
+      return static_cast<double>(document_->tape(tapeIndex_).next_tape_value<std::int64_t>());
+    case Type::kUnsigned:
+      return static_cast<double>(document_->tape(tapeIndex_).next_tape_value<std::uint64_t>());
+    case Type::kDouble:
+      return document_->tape(tapeIndex_).next_tape_value<double>();
+    case Type::kBoolean:
+      return document_->tape(tapeIndex_).is_true() ? 1.0 : 0.0;
+    default:
+      return 0.0;
+  }
+}
+
+bool View::boolean() const {
+  if (isBoolean()) return document_->tape(tapeIndex_).is_true();
+  if (isNumber()) return number() != 0.0;
+  return false;
+}
+
+std::int64_t View::integerFromText() const {
+  if (!isString()) return integer();
+  std::string_view text = trimLeadingSpace(string());
+  bool negative = false;
+  if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
+    negative = text.front() == '-';
+    text.remove_prefix(1);
+  }
+  std::int64_t value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') break;
+    int digit = c - '0';
+    if (value > (std::numeric_limits<std::int64_t>::max() - digit) / 10) {
+      return negative ? std::numeric_limits<std::int64_t>::min()
+                      : std::numeric_limits<std::int64_t>::max();
+    }
+    value = value * 10 + digit;
+  }
+  return negative ? -value : value;
+}
+
+double View::numberFromText() const {
+  if (!isString()) return number();
+  std::string_view text = trimLeadingSpace(string());
+  if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+  double value = 0.0;
+  auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec == std::errc::result_out_of_range) {
+    return text.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
+  }
+  return result.ec == std::errc() ? value : 0.0;
+}
+
+ArrayRange View::elements() const {
+  ArrayRange range;
+  if (isArray()) range.array_ = *this;
+  return range;
+}
+
+ObjectRange View::members() const {
+  ObjectRange range;
+  if (isObject()) range.object_ = *this;
+  return range;
+}
+
+std::string View::toJsonText(bool pretty) const {
+  if (document_ == nullptr) return {};
+  rapidjson::StringBuffer buffer;
+  if (pretty) {
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    writer.SetIndent(' ', 2);
+    writeElement(document_, tapeIndex_, writer);
+  } else {
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writeElement(document_, tapeIndex_, writer);
+  }
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+bool operator==(const View& a, const View& b) {
+  return a.document_ == b.document_ && (a.document_ == nullptr || a.tapeIndex_ == b.tapeIndex_);
+}
+
+View ArrayRange::iterator::operator*() const {
+  return Document::view(document_, index_);
+}
+
+ArrayRange::iterator& ArrayRange::iterator::operator++() {
+  index_ = document_->tape(index_).after_element();
+  return *this;
+}
+
+ArrayRange::iterator ArrayRange::begin() const {
+  iterator it;
+  if (array_.document_ == nullptr) return it;
+  it.document_ = array_.document_;
+  it.index_ = array_.tapeIndex_ + 1;
+  return it;
+}
+
+ArrayRange::iterator ArrayRange::end() const {
+  iterator it;
+  if (array_.document_ == nullptr) return it;
+  it.document_ = array_.document_;
+  it.index_ = array_.document_->tape(array_.tapeIndex_).after_element() - 1;
+  return it;
+}
+
+Member ObjectRange::iterator::operator*() const {
+  return Member{document_->tape(index_).get_string_view(), Document::view(document_, index_ + 1)};
+}
+
+ObjectRange::iterator& ObjectRange::iterator::operator++() {
+  index_ = document_->tape(index_ + 1).after_element();
+  return *this;
+}
+
+ObjectRange::iterator ObjectRange::begin() const {
+  iterator it;
+  if (object_.document_ == nullptr) return it;
+  it.document_ = object_.document_;
+  it.index_ = object_.tapeIndex_ + 1;
+  return it;
+}
+
+ObjectRange::iterator ObjectRange::end() const {
+  iterator it;
+  if (object_.document_ == nullptr) return it;
+  it.document_ = object_.document_;
+  it.index_ = object_.document_->tape(object_.tapeIndex_).after_element() - 1;
+  return it;
+}
+
+Value parse(std::string_view text, std::string* error) {
+  return parseBytes(text.data(), text.size(), /*padded=*/false, error);
+}
+
+Value parse(std::string&& text, std::string* error) {
+  std::size_t length = text.size();
+  if (text.capacity() - length < simdjson::SIMDJSON_PADDING) {
+    return parseBytes(text.data(), length, /*padded=*/false, error);
+  }
+  // The decoder reads (but ignores) the padding; give it defined bytes.
+  text.resize(length + simdjson::SIMDJSON_PADDING);
+  text.resize(length);
+  return parseBytes(text.data(), length, /*padded=*/true, error);
+}
+
+Value parseFile(const std::string& path, std::string* error) {
+  simdjson::padded_string text;
+  simdjson::error_code code = simdjson::padded_string::load(path).get(text);
+  if (code != simdjson::SUCCESS) {
+    if (error) *error = simdjson::error_message(code);
+    return {};
+  }
+  return parseBytes(text.data(), text.size(), /*padded=*/true, error);
+}
+
+std::size_t paddingBytes() {
+  return simdjson::SIMDJSON_PADDING;
+}
+
+}  // namespace dataparser::json

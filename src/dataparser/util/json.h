@@ -1,0 +1,238 @@
+// JSON access layer: the one place that decides how engine JSON is read.
+//
+// A parse produces one immutable, shared document. Two handle types point into it:
+//
+//   json::View   a non-owning 24-byte handle to one element. Cheap to copy; valid only while
+//                some json::Value (or json::Document) of the same document is alive. Use it
+//                for walking a document you already hold.
+//   json::Value  a View plus shared ownership of its document. This is what an item keeps as
+//                its `rawData`: a million records of one file share one document, and no
+//                record is ever copied.
+//
+// The reading rules every parser shares live here and nowhere else:
+//   - JSON null counts as absent (`present()` is false, every reader gives its empty value);
+//   - a value of the wrong type reads as empty ("" / 0 / false / no elements);
+//   - numbers read as integers truncate towards zero and saturate at the int64 range, like the
+//     platform's integer conversion; booleans read as 0 and 1;
+//   - text holding a number is only converted by the explicit `integerFromText` /
+//     `numberFromText` readers.
+//
+// Decoding errors never throw: `parse` gives an absent Value and, on request, the error text.
+// simdjson stays out of this header; it is included only by json.cpp.
+//
+// Thread safety: a document is immutable after parsing, so handles may be read from any number
+// of threads at once. Parsing uses one parser per thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace dataparser::json {
+
+enum class Type : std::uint8_t {
+  kAbsent,  // no element: a missing key, an index past the end, a failed parse
+  kNull,
+  kObject,
+  kArray,
+  kString,
+  kInteger,   // fits in int64
+  kUnsigned,  // above INT64_MAX
+  kDouble,
+  kBoolean,
+};
+
+// Opaque owner of one parsed document (simdjson's DOM and the bytes it was parsed from).
+class Document;
+
+class ArrayRange;
+class ObjectRange;
+
+class View {
+ public:
+  // An absent element.
+  View() = default;
+
+  Type type() const;
+  // False for absent and for null: the shared "null counts as absent" rule.
+  bool present() const { return type() != Type::kAbsent && type() != Type::kNull; }
+  bool isNull() const { return type() == Type::kNull; }
+  bool isObject() const { return type() == Type::kObject; }
+  bool isArray() const { return type() == Type::kArray; }
+  bool isString() const { return type() == Type::kString; }
+  bool isNumber() const;
+  bool isBoolean() const { return type() == Type::kBoolean; }
+
+  // Member of an object; absent when this is not an object or has no such key.
+  View operator[](std::string_view key) const;
+  // Element of an array; absent when this is not an array or `index` is past the end.
+  View at(std::size_t index) const;
+  // Number of elements of an array or members of an object; 0 for everything else.
+  std::size_t size() const;
+
+  // The string's bytes, "" for every other type. Valid while the document lives.
+  std::string_view string() const;
+  // The string, or nothing when this is not a string.
+  std::optional<std::string_view> optionalString() const;
+  // The string copied, "" for every other type.
+  std::string stringCopy() const { return std::string(string()); }
+
+  // Numbers (and booleans as 0/1) truncated towards zero and saturated; 0 for anything else.
+  std::int64_t integer() const;
+  // Numbers (and booleans as 0/1) as double; 0 for anything else.
+  double number() const;
+  // A boolean, or a number other than 0; false for anything else.
+  bool boolean() const;
+  // Like `integer`, but a string is read as the number it holds (leading white space and sign
+  // allowed, reading stops at the first character that does not belong; "" and "abc" give 0).
+  std::int64_t integerFromText() const;
+  // Like `number`, but a string is read as the decimal number it holds.
+  double numberFromText() const;
+
+  // Iteration; empty ranges for values of another type.
+  ArrayRange elements() const;
+  ObjectRange members() const;
+
+  // Serialises this element as JSON text (RapidJSON writer). Absent gives "".
+  std::string toJsonText(bool pretty = false) const;
+
+  friend bool operator==(const View& a, const View& b);
+
+ private:
+  friend class Document;
+  friend class ArrayRange;
+  friend class ObjectRange;
+  friend class Value;
+  const Document* document_ = nullptr;
+  // simdjson's element is a (document pointer, tape index) pair; we keep the tape index and
+  // rebuild the element inside json.cpp.
+  std::size_t tapeIndex_ = 0;
+};
+
+// Shared, owning handle. Copying it copies a shared_ptr.
+class Value {
+ public:
+  Value() = default;
+  Value(std::shared_ptr<const Document> document, View view)
+      : document_(std::move(document)), view_(view) {}
+
+  const View& view() const { return view_; }
+  // Another element of the same document, sharing its ownership.
+  Value sub(View element) const { return Value(document_, element); }
+  const std::shared_ptr<const Document>& document() const { return document_; }
+
+  // Forwarders so that a Value reads like a View.
+  Type type() const { return view_.type(); }
+  bool present() const { return view_.present(); }
+  bool isObject() const { return view_.isObject(); }
+  bool isArray() const { return view_.isArray(); }
+  bool isString() const { return view_.isString(); }
+  View operator[](std::string_view key) const { return view_[key]; }
+  View at(std::size_t index) const { return view_.at(index); }
+  std::size_t size() const { return view_.size(); }
+  ArrayRange elements() const;
+  ObjectRange members() const;
+
+ private:
+  std::shared_ptr<const Document> document_;
+  View view_;
+};
+
+class ArrayRange {
+ public:
+  class iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = View;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = View;
+    View operator*() const;
+    iterator& operator++();
+    iterator operator++(int) {
+      iterator copy = *this;
+      ++*this;
+      return copy;
+    }
+    friend bool operator==(const iterator& a, const iterator& b) { return a.index_ == b.index_; }
+
+   private:
+    friend class ArrayRange;
+    const Document* document_ = nullptr;
+    std::size_t index_ = 0;
+  };
+  iterator begin() const;
+  iterator end() const;
+  bool empty() const { return begin() == end(); }
+
+ private:
+  friend class View;
+  View array_;
+};
+
+struct Member {
+  std::string_view key;
+  View value;
+};
+
+class ObjectRange {
+ public:
+  class iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Member;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = Member;
+    Member operator*() const;
+    iterator& operator++();
+    iterator operator++(int) {
+      iterator copy = *this;
+      ++*this;
+      return copy;
+    }
+    friend bool operator==(const iterator& a, const iterator& b) { return a.index_ == b.index_; }
+
+   private:
+    friend class ObjectRange;
+    const Document* document_ = nullptr;
+    std::size_t index_ = 0;
+  };
+  iterator begin() const;
+  iterator end() const;
+  bool empty() const { return begin() == end(); }
+
+ private:
+  friend class View;
+  View object_;
+};
+
+inline ArrayRange Value::elements() const {
+  return view_.elements();
+}
+inline ObjectRange Value::members() const {
+  return view_.members();
+}
+
+// Parses JSON text whose top level is an object or an array (a bare scalar is an error, as with
+// the platform's decoder). On failure returns an absent Value and, when `error` is given, stores
+// the decoder's message there. Never throws.
+Value parse(std::string_view text, std::string* error = nullptr);
+// Parses a string that the caller gives up; avoids a copy when it already has spare capacity
+// for the decoder's padding.
+Value parse(std::string&& text, std::string* error = nullptr);
+inline Value parse(const char* text, std::string* error = nullptr) {
+  return parse(std::string_view(text), error);
+}
+// Reads and parses a file. A missing or unreadable file is an error like malformed JSON.
+Value parseFile(const std::string& path, std::string* error = nullptr);
+
+// The number of bytes the parser needs after the text (simdjson's padding). Callers that build
+// large texts can reserve this much extra capacity so that `parse(std::string&&)` copies nothing.
+std::size_t paddingBytes();
+
+}  // namespace dataparser::json
