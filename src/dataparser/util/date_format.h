@@ -1,0 +1,52 @@
+// Date texts: the engine's fixed formats, display formats, calendar-system dates and durations.
+//
+// The engine writes dates as "MM-dd-yyyy HH:mm:ss" in UTC, the default format wherever a format
+// argument is empty. Parsing is strict: a text that does not fit the pattern gives no date.
+// The codec supports the patterns the library uses: "MM-dd-yyyy HH:mm:ss",
+// "yyyy/MM/dd HH:mm:ss", "yyyy/MM/dd HH:mm", "yyyy-MM-dd", "MM - dd - yyyy HH:mm : ss",
+// "yyyyMMddHHmmss", "MM-dd", "MM-dd-yyyy"; in UTC, in the local zone, or at a fixed offset.
+//
+// Operations on a text take the text first; operations on a date take the date first.
+// Where no result exists the text operations give "".
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "dataparser/util/date.h"
+
+namespace dataparser {
+
+inline constexpr std::string_view kDefaultDateFormat = "MM-dd-yyyy HH:mm:ss";
+inline constexpr std::string_view kDisplayDateFormat = "yyyy/MM/dd HH:mm:ss";
+
+// --- text operations ---
+// Parses `text` with `format` (the default when empty) in UTC.
+OptionalDate dateWithDateFormatter(std::string_view text, std::string_view format = {});
+// Parses with the default format in UTC and prints with `format` (default when empty) in UTC.
+std::string stringWithDateFormatter(std::string_view text, std::string_view format);
+// stringWithDateFormatter(text, "MM-dd-yyyy HH:mm:ss").
+std::string formattedDate(std::string_view text);
+// Parses "yyyy-MM-dd" in UTC, prints with `format` at the local zone's UTC offset.
+std::string iCloudStringWithDateFormatter(std::string_view text, std::string_view format);
+// "MM-dd" for a year below 1605 (no year known), else "MM-dd-yyyy".
+std::string formattedDateForContact(std::string_view text);
+std::string formattedLunar(std::string_view text);
+std::string formattedIslamic(std::string_view text);
+std::string formattedHebrew(std::string_view text);
+
+// "00:00" below one second, else "%d:%d:%d" of hours, minutes, seconds with no leading zeros.
+std::string formattedDurationTime(std::int64_t seconds);
+
+// --- date operations ---
+// Prints `date` with `format` (default "yyyy/MM/dd HH:mm:ss" when empty) in UTC.
+std::string stringWithDateFormatter(Date date, std::string_view format = {});
+// The same in the local time zone.
+std::string stringWithLocalDateFormatter(Date date, std::string_view format = {});
+// stringWithDateFormatter(date, "yyyy/MM/dd HH:mm").
+std::string formattedDate(Date date);
+// formattedDate of the date `seconds` after 1970-01-01 UTC.
+std::string stringWithTimeIntervalSince1970(double seconds);
+
+}  // namespace dataparser
