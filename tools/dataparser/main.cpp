@@ -1,4 +1,5 @@
-// dataparser: the command-line host of the library.
+// dataparser: the command-line host of the library. Each subcommand lives in its own file and
+// registers itself here.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -9,9 +10,12 @@
 int main(int argc, char** argv) {
   dataparser::setBundleIdentifier("org.dataparser.cli");
   CLI::App app{"dataparser: turns phone backups into data people can see again"};
-  bool version = false;
-  app.add_flag("--version", version, "Print the library version");
+  app.set_version_flag("--version", std::string("dataparser ") + DataParserVersionString);
+  app.require_subcommand(0, 1);
+  // Subcommands register here.
   CLI11_PARSE(app, argc, argv);
-  std::printf("dataparser %s\n", DataParserVersionString);
+  if (app.get_subcommands().empty()) {
+    std::printf("dataparser %s\n", DataParserVersionString);
+  }
   return 0;
 }
