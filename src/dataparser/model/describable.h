@@ -73,8 +73,9 @@ class FieldVisitor {
     onObjectEnd();
   }
   template <class T>
-  requires std::derived_from<T, Describable>
-  void field(std::string_view name, const std::shared_ptr<T>& value) {
+  requires(!std::same_as<std::remove_cv_t<T>, Image>) &&
+      std::derived_from<T, Describable> void field(std::string_view name,
+                                                   const std::shared_ptr<T>& value) {
     field(name, static_cast<const Describable*>(value.get()));
   }
   template <class T>
