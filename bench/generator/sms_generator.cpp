@@ -1,0 +1,171 @@
+#include "bench/generator/sms_generator.h"
+
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+namespace dataparser::bench {
+namespace {
+
+constexpr int kAttachmentPool = 997;
+constexpr std::string_view kPoolExtensions[] = {"jpg", "png", "mov", "caf", "pdf", "heic"};
+
+std::string poolFile(int index) {
+  return fmt::format("files/Attachments/pool/{:03}/IMG_{:04}.{}", index % 100, index,
+                     kPoolExtensions[index % std::size(kPoolExtensions)]);
+}
+
+void writeAttachmentPool(RecordingWriter& recording, TextSource& source) {
+  for (int i = 0; i < kAttachmentPool; ++i) {
+    std::ofstream out(recording.file(poolFile(i)), std::ios::binary);
+    std::string bytes(static_cast<std::size_t>(source.between(64, 4096)), '\0');
+    for (char& byte : bytes)
+      byte = static_cast<char>(source.between(0, 255));
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
+}
+
+// "MM-dd-yyyy HH:mm:ss" in UTC.
+std::string engineDate(std::int64_t secondsSince1970) {
+  using namespace std::chrono;
+  sys_seconds time{seconds(secondsSince1970)};
+  sys_days day = floor<days>(time);
+  year_month_day ymd(day);
+  hh_mm_ss clock(time - day);
+  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
+                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count());
+}
+
+void string(JsonWriter& w, std::string_view key, std::string_view value) {
+  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+}
+
+void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
+  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  w.Int64(value);
+}
+
+struct Member {
+  std::string phone;
+  std::string first;
+  std::string last;
+};
+
+void writeConversation(JsonWriter& w, TextSource& source, std::int64_t id,
+                       std::int64_t messageCount, std::int64_t& clock) {
+  bool group = source.chance(0.2);
+  std::vector<Member> members;
+  int memberCount = group ? static_cast<int>(source.between(2, 8)) : 1;
+  for (int i = 0; i < memberCount; ++i) {
+    members.push_back({source.phoneNumber(), source.chance(0.7) ? source.name() : "",
+                       source.chance(0.5) ? source.name() : ""});
+  }
+  w.StartObject();
+  integer(w, "chat_id", id);
+  integer(w, "is_deleted", source.chance(0.01) ? 1 : 0);
+  integer(w, "is_group", group ? 1 : 0);
+  string(w, "room_name", group && source.chance(0.5) ? source.text(24) : "");
+  string(w, "display_name", "");
+  string(w, "chat_identifier", group ? fmt::format("chat{}", id) : members[0].phone);
+  w.Key("members");
+  w.StartArray();
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    w.StartObject();
+    integer(w, "handle_id", static_cast<std::int64_t>(id * 10 + i));
+    string(w, "service", "iMessage");
+    string(w, "phone_number", members[i].phone);
+    string(w, "first", members[i].first);
+    string(w, "middle", "");
+    string(w, "last", members[i].last);
+    w.EndObject();
+  }
+  w.EndArray();
+  w.Key("messages");
+  w.StartArray();
+  for (std::int64_t m = 0; m < messageCount; ++m) {
+    clock += source.between(1, 3600);
+    bool fromMe = source.chance(0.5);
+    bool media = source.chance(0.1);
+    w.StartObject();
+    string(w, "text", source.text(static_cast<std::size_t>(source.between(0, 500))));
+    if (source.chance(0.03)) string(w, "subject", source.text(40));
+    string(w, "send_date", engineDate(clock));
+    integer(w, "is_from_me", fromMe ? 1 : 0);
+    integer(w, "send_status", source.chance(0.98) ? 0 : 1);
+    string(w, "service", source.chance(0.7) ? "iMessage" : "SMS");
+    string(w, "from_id", fromMe ? "+15550000000" : members[0].phone);
+    string(w, "belong_number", "+15550000000");
+    integer(w, "type", media ? 1 : 0);
+    if (source.chance(0.02)) string(w, "tag", "deleted");
+    if (media) {
+      w.Key("media_info");
+      w.StartArray();
+      std::int64_t entries = source.between(1, 3);
+      for (std::int64_t e = 0; e < entries; ++e) {
+        std::string file = poolFile(static_cast<int>(source.between(0, kAttachmentPool - 1)));
+        w.StartObject();
+        string(w, "media_path", "~/Library/SMS/Attachments/" + file.substr(file.rfind('/') + 1));
+        string(w, "media_backup_path", RecordingWriter::rootPath(file));
+        w.EndObject();
+      }
+      w.EndArray();
+    }
+    w.EndObject();
+  }
+  w.EndArray();
+  w.EndObject();
+}
+
+}  // namespace
+
+GeneratedCounts generateSms(RecordingWriter& recording, const SmsOptions& options) {
+  TextSource source(options.seed);
+  writeAttachmentPool(recording, source);
+
+  GeneratedCounts counts;
+  std::vector<std::string> files;
+  std::unique_ptr<JsonFile> current;
+  std::int64_t inCurrent = 0;
+  std::int64_t clock = 1577836800;  // 2020-01-01
+  auto closeCurrent = [&] {
+    if (!current) return;
+    current->writer().EndArray();
+    current->writer().EndObject();
+    current->close();
+    current.reset();
+  };
+  for (std::int64_t c = 0; c < options.conversations; ++c) {
+    std::int64_t count = options.messages / options.conversations +
+                         (c < options.messages % options.conversations ? 1 : 0);
+    if (!current) {
+      std::string relative = fmt::format("files/sms/chats-{:04}.json", files.size() + 1);
+      files.push_back(RecordingWriter::rootPath(relative));
+      current = std::make_unique<JsonFile>(recording.file(relative));
+      current->writer().StartObject();
+      current->writer().Key("chat_sessions");
+      current->writer().StartArray();
+      inCurrent = 0;
+    }
+    writeConversation(current->writer(), source, c + 1, count, clock);
+    counts.records += count;
+    inCurrent += count;
+    if (inCurrent >= options.messagesPerFile) closeCurrent();
+  }
+  closeCurrent();
+  counts.files = static_cast<std::int64_t>(files.size());
+
+  std::string block = "{\"sms_file_path\": [";
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    block += (i ? ", \"" : "\"") + files[i] + "\"";
+  }
+  block += "]}";
+  recording.block(56, block);
+  return counts;
+}
+
+}  // namespace dataparser::bench
