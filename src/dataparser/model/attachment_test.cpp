@@ -246,19 +246,19 @@ TEST(AttachmentTest, DurationTexts) {
     std::int64_t seconds;
   };
   const Case cases[] = {
-      {0.0F, 0},
-      {0.9F, 0},
-      {59.99F, 59},
-      {3725.5F, 3725},
-      {-2.5F, -2},
-      {std::nanf(""), 0},
-      {std::numeric_limits<float>::infinity(), std::numeric_limits<std::int64_t>::max() / 2},
+      {0.0F, 0}, {0.9F, 0}, {59.99F, 59}, {3725.5F, 3725}, {-2.5F, -2}, {std::nanf(""), 0},
   };
   for (const Case& c : cases) {
     VoiceItem voice;
     voice.setDuration(c.duration);
     EXPECT_EQ(voice.strDuration(), formattedDurationTime(c.seconds)) << c.duration;
   }
+  // Durations beyond the integer range are held at one large value instead of overflowing.
+  VoiceItem endless;
+  endless.setDuration(std::numeric_limits<float>::infinity());
+  VoiceItem huge;
+  huge.setDuration(1e30F);
+  EXPECT_EQ(endless.strDuration(), huge.strDuration());
 
   VideoItem video;
   video.setDuration(61.7F);

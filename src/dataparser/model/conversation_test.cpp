@@ -181,7 +181,9 @@ TEST(ConversationTest, RecentMessageSummaries) {
   notice->setText("Bob joined\n");
   auto noAttachmentObject = messageWithFlag(1);
   auto linkWithoutPayload = attachmentMessage(30);
-  auto pdf = attachmentMessage(25);
+  // A payload message whose code the table does not know goes by its file name.
+  auto pdf = attachmentMessage(33);
+  pdf->attachment()->setFlag(25);
   pdf->attachment()->setDevicePath("/a/b.pdf");
 
   const std::pair<MessagePtr, std::string> cases[] = {

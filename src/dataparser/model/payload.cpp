@@ -1,7 +1,6 @@
 #include "dataparser/model/payload.h"
 
 #include <cmath>
-#include <limits>
 
 #include "dataparser/util/date_format.h"
 
@@ -10,13 +9,13 @@ namespace dataparser {
 namespace {
 
 // Whole seconds of a duration, truncated towards zero. A duration that is not a number counts
-// as none; one beyond the integer range is held at its end.
+// as none; one beyond +-2^62 seconds is held there, so the conversion cannot overflow.
 std::int64_t wholeSeconds(float duration) {
   if (std::isnan(duration)) return 0;
-  constexpr double kLimit = static_cast<double>(std::numeric_limits<std::int64_t>::max() / 2);
+  constexpr std::int64_t kLimit = std::int64_t{1} << 62;
   const double seconds = std::trunc(static_cast<double>(duration));
-  if (seconds >= kLimit) return static_cast<std::int64_t>(kLimit);
-  if (seconds <= -kLimit) return -static_cast<std::int64_t>(kLimit);
+  if (seconds >= static_cast<double>(kLimit)) return kLimit;
+  if (seconds <= -static_cast<double>(kLimit)) return -kLimit;
   return static_cast<std::int64_t>(seconds);
 }
 
