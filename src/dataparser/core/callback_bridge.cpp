@@ -4,10 +4,14 @@
 
 #include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "dataparser/core/file_helper.h"
@@ -18,15 +22,73 @@
 namespace dataparser {
 namespace {
 
+// A background thread that runs tasks when they are due. It is stopped and joined at exit;
+// tasks not yet due then are dropped, since what they would release goes with the process.
+class DelayedTasks {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  static DelayedTasks& shared() {
+    static DelayedTasks instance;
+    return instance;
+  }
+
+  ~DelayedTasks() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    wake_.notify_all();
+    thread_.join();
+  }
+
+  void post(Clock::duration delay, std::function<void()> task) {
+    {
+      std::lock_guard lock(mutex_);
+      tasks_.emplace(Clock::now() + delay, std::move(task));
+    }
+    wake_.notify_all();
+  }
+
+ private:
+  DelayedTasks() : thread_([this] { run(); }) {}
+
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+      if (tasks_.empty()) {
+        wake_.wait(lock);
+        continue;
+      }
+      auto next = tasks_.begin();
+      if (Clock::now() < next->first) {
+        wake_.wait_until(lock, next->first);
+        continue;
+      }
+      std::function<void()> task = std::move(next->second);
+      tasks_.erase(next);
+      lock.unlock();
+      task();
+      task = nullptr;  // release what it holds outside the lock
+      lock.lock();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::multimap<Clock::time_point, std::function<void()>> tasks_;
+  bool stopping_ = false;
+  std::thread thread_;  // last: starts after the fields above exist
+};
+
 // Releases the engine one second from now on a background thread. The task shares the engine,
 // so it stays valid even if the host installs another one meanwhile.
 void releaseEngineLater() {
   std::shared_ptr<PackageEngine> engine = IOSDataParser::shared().packageEngine();
-  std::thread([engine = std::move(engine)] {
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+  DelayedTasks::shared().post(std::chrono::seconds(1), [engine = std::move(engine)] {
     RunLog::write("------ UninitPackageData");
     engine->UninitPackageData();
-  }).detach();
+  });
 }
 
 int handleCallback(CallbackTypeExtend type, const char* data) {
