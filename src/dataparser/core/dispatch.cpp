@@ -4,6 +4,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/parsers/messaging/sms.h"
+
 namespace dataparser {
 namespace {
 
@@ -82,8 +84,7 @@ std::vector<DispatchRow> standardRows() {
       fed(IOSDataTypeReminder, S::kReminder, false, kResultReminderAttachments),
       // IOSNoteParser
       made(IOSDataTypeNote, kThree, kNotYetBuilt, kResultNoteAttachments, L::kNote),
-      // IOSSMSParser
-      made(IOSDataTypeSMS, kThree, kNotYetBuilt, kResultSMSAttachments),
+      made(IOSDataTypeSMS, kThree, factory3<IOSSMSParser>(), kResultSMSAttachments),
       // IOSWhatsappParser
       made(IOSDataTypeWhatsApp, kThree, kNotYetBuilt, kResultWhatsAppAttachments, L::kWhatsapp),
       fed(IOSDataTypeKik, S::kKik, true, kResultKikAttachments, L::kKik),

@@ -1,6 +1,9 @@
 #include "dataparser/engine/replay_engine.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <filesystem>
 #include <optional>
@@ -16,6 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kRootToken = "{{ROOT}}";
+constexpr std::string_view kTemplatesToken = "{{TEMPLATES}}";
 constexpr CallbackTypeExtend kScanFailed = 84;
 constexpr CallbackTypeExtend kScanBegan = 90;
 constexpr CallbackTypeExtend kProgress = 91;
@@ -63,6 +67,34 @@ void replaceAll(std::string& text, std::string_view token, std::string_view repl
   }
 }
 
+// Writes the recording's "templates" folder, with every {{ROOT}} replaced by `root`, into a
+// fresh folder below `tempFolder`. The copy's path; "" when there are no templates or they
+// cannot be written.
+std::string materializeTemplates(const std::string& root, const std::string& tempFolder,
+                                 std::uint64_t generation) {
+  fs::path templates = fs::path(root) / "templates";
+  std::error_code error;
+  if (tempFolder.empty() || !fs::is_directory(templates, error)) return "";
+  static std::atomic<std::uint64_t> counter = 0;
+  fs::path copy =
+      fs::path(tempFolder) / ("replay-" + std::to_string(::getpid()) + "-" +
+                              std::to_string(generation) + "-" + std::to_string(counter++));
+  for (fs::recursive_directory_iterator it(templates, error), end; !error && it != end;
+       it.increment(error)) {
+    if (!it->is_regular_file(error)) continue;
+    std::optional<std::string> text = readFile(it->path().string());
+    if (!text) continue;
+    replaceAll(*text, kRootToken, root);
+    fs::path target = copy / fs::relative(it->path(), templates, error);
+    if (!createDirectories(target.parent_path().string()) ||
+        !writeFileAtomically(target.string(), *text)) {
+      fs::remove_all(copy, error);
+      return "";
+    }
+  }
+  return copy.string();
+}
+
 }  // namespace
 
 ReplayEngine::~ReplayEngine() {
@@ -105,6 +137,10 @@ bool ReplayEngine::waitUntilIdle(std::chrono::milliseconds timeout) const {
 void ReplayEngine::InitPackageData(const std::string& logFolder, const std::string& configFolder,
                                    const std::string& tempFolder) {
   record("InitPackageData", {logFolder, configFolder, tempFolder});
+  {
+    std::lock_guard lock(mutex_);
+    tempFolder_ = tempFolder;
+  }
   bool endedReplay = false;
   {
     std::lock_guard lock(mutex_);
@@ -189,6 +225,7 @@ void ReplayEngine::AddPackageFileFinish() {
 ReplayEngine::Replay ReplayEngine::prepareReplay() {
   Replay replay;
   replay.callback = callback_;
+  replay.tempFolder = tempFolder_;
   if (!recording_.empty()) {
     replay.root = absoluteFolder(recording_);
     std::error_code error;
@@ -261,6 +298,9 @@ void ReplayEngine::run(Replay replay) {
   bool ended = false;
 
   if (!ownBegin) send(replay, kScanBegan, nullptr);
+  const std::string templates =
+      replay.unreadable ? ""
+                        : materializeTemplates(replay.root, replay.tempFolder, replay.generation);
   if (replay.unreadable) {
     send(replay, kScanFailed, nullptr);
     ended = true;
@@ -272,6 +312,7 @@ void ReplayEngine::run(Replay replay) {
     if (!block.null) {
       text = readFile(block.file);
       if (!text) continue;
+      if (!templates.empty()) replaceAll(*text, kTemplatesToken, templates);
       replaceAll(*text, kRootToken, replay.root);
     }
     send(replay, block.code, text ? &*text : nullptr);
@@ -283,6 +324,10 @@ void ReplayEngine::run(Replay replay) {
     }
   }
   if (!ended) send(replay, kScanFinished, nullptr);
+  if (!templates.empty()) {
+    std::error_code ignored;
+    fs::remove_all(templates, ignored);
+  }
 
   std::lock_guard lock(mutex_);
   if (replay.generation == generation_) replaying_ = false;  // not a newer replay's state

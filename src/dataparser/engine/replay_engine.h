@@ -9,6 +9,13 @@
 // recording holds its own blocks of those codes. After a failure block (84) no closing 92 is
 // added: the scan has ended.
 //
+// Templates: files that name other files of the recording (message files listing attachment
+// paths) go below the recording's "templates" folder. Before the first block, the engine writes
+// a copy of that folder with every "{{ROOT}}" replaced, into a fresh folder below the temporary
+// folder given to InitPackageData, and every "{{TEMPLATES}}" in a block becomes that copy's path.
+// The copy is removed when the replay ends. Recordings without a "templates" folder cost
+// nothing extra.
+//
 // Which recording: the folder named by AddBackupFolder or AddTypeBackupFolder (the last one
 // wins). Without one, the stream files among the files given by AddPackageFile (a device backup
 // of a recording) are replayed, with the folder above their "stream" folder as the root. Without
@@ -90,6 +97,7 @@ class ReplayEngine final : public PackageEngine {
     std::vector<Block> blocks;
     bool unreadable = false;
     std::uint64_t generation = 0;
+    std::string tempFolder;  // where template copies go
   };
 
   void record(std::string name, std::vector<std::string> arguments);
@@ -107,6 +115,7 @@ class ReplayEngine final : public PackageEngine {
   PackageCallback callback_ = nullptr;
   std::string recording_;
   std::vector<std::string> packageFiles_;
+  std::string tempFolder_;
   std::chrono::milliseconds blockDelay_{0};
   bool replaying_ = false;
   bool ended_ = false;

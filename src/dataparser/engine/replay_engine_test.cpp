@@ -5,6 +5,8 @@
 
 #include <mutex>
 
+#include "dataparser/core/file_helper.h"
+#include "dataparser/util/json.h"
 #include "tests/scan_support.h"
 
 namespace dataparser {
@@ -172,6 +174,42 @@ TEST_F(ReplayEngineTest, RecordsEveryCall) {
   engine.AddPackageFileFinish();
   EXPECT_TRUE(engine.waitUntilIdle(10s));
   EXPECT_TRUE(sentLines().empty());
+}
+
+}  // namespace
+}  // namespace dataparser
+
+namespace dataparser {
+namespace {
+
+TEST(ReplayEngineTemplatesTest, TemplatesAreFilledInForTheReplayAndRemovedAfterIt) {
+  testing::TempDir dir;
+  std::string root = dir.str() + "/rec";
+  std::string temp = dir.str() + "/temp";
+  dir.write("rec/templates/sms/chats.json", R"({"path": "{{ROOT}}/files/a.jpg"})");
+  dir.write("rec/stream/000001-56.json", R"({"file": "{{TEMPLATES}}/sms/chats.json"})");
+  static std::mutex mutex;
+  static std::vector<std::string> seen;  // what each named template held during the replay
+  ReplayEngine engine;
+  engine.InitPackageData("logs", "config", temp);
+  engine.StartPackage(+[](CallbackTypeExtend type, const char* data, int) {
+    if (type != 56 || data == nullptr) return 0;
+    json::Value block = json::parse(std::string_view(data));
+    std::lock_guard lock(mutex);
+    seen.push_back(readFile(std::string(block["file"].string())).value_or("missing"));
+    seen.push_back(std::string(block["file"].string()));
+    return 0;
+  });
+  engine.AddBackupFolder(root);
+  engine.AddPackageFileFinish();
+  ASSERT_TRUE(engine.waitUntilIdle(std::chrono::seconds(10)));
+  std::lock_guard lock(mutex);
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen[0], R"({"path": ")" + root + R"(/files/a.jpg"})");
+  EXPECT_TRUE(seen[1].starts_with(temp + "/replay-")) << seen[1];
+  EXPECT_FALSE(fileExists(seen[1]));  // removed at the end of the replay
+  // The recording itself is never written to.
+  EXPECT_EQ(readFile(root + "/templates/sms/chats.json"), R"({"path": "{{ROOT}}/files/a.jpg"})");
 }
 
 }  // namespace
