@@ -6,6 +6,7 @@
 
 #include "dataparser/core/file_helper.h"
 #include "dataparser/core/version.h"
+#include "tools/dataparser/download_command.h"
 
 int main(int argc, char** argv) {
   dataparser::setBundleIdentifier("org.dataparser.cli");
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("dataparser ") + DataParserVersionString);
   app.require_subcommand(0, 1);
   // Subcommands register here.
+  dataparser::cli::addDownloadCommand(app);
   CLI11_PARSE(app, argc, argv);
   if (app.get_subcommands().empty()) {
     std::printf("dataparser %s\n", DataParserVersionString);
