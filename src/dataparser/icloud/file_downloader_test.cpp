@@ -556,19 +556,6 @@ TEST_F(FileDownloaderTest, StartedDownloadOutlivesItsCallersReferenceAndLogsDeal
   EXPECT_EQ(logs.run().count(description + " dealloc"), 1u);
 }
 
-TEST_F(FileDownloaderTest, FieldsStartAsGivenToInitWithURL) {
-  auto downloader = FileDownloader::initWithURL("https://example.invalid/a", "/x/a.jpg",
-                                                [](std::int64_t, std::int64_t) {}, {});
-  EXPECT_EQ(downloader->url(), "https://example.invalid/a");
-  EXPECT_EQ(downloader->localPath(), "/x/a.jpg");
-  EXPECT_FALSE(downloader->resumable());
-  EXPECT_TRUE(downloader->progressHandler());
-  EXPECT_FALSE(downloader->completionHandler());
-  EXPECT_FALSE(downloader->downloadTask());  // nothing is sent before start
-  EXPECT_FALSE(downloader->session());
-  EXPECT_FALSE(downloader->downloadTaskAF());
-}
-
 // --- soak ---------------------------------------------------------------------------------------
 
 std::string sha256(std::string_view bytes) {
