@@ -6,6 +6,7 @@
 
 #include "dataparser/core/file_helper.h"
 #include "dataparser/core/version.h"
+#include "tools/dataparser/download_command.h"
 #include "tools/dataparser/scan_command.h"
 
 int main(int argc, char** argv) {
@@ -15,6 +16,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);
   // Subcommands register here.
   dataparser::cli::addScanCommand(app);
+  dataparser::cli::addDownloadCommand(app);
   CLI11_PARSE(app, argc, argv);
   if (app.get_subcommands().empty()) {
     std::printf("dataparser %s\n", DataParserVersionString);
