@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include "dataparser/core/file_helper.h"
+#include "dataparser/util/date_format.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/main_queue.h"
 #include "dataparser/util/path.h"
@@ -281,12 +282,7 @@ std::int64_t FileDownloader::fileLengthForPath(const std::string& path) {
 }
 
 std::string FileDownloader::convertDate(Date date) {
-  std::time_t seconds = static_cast<std::time_t>(
-      std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count());
-  std::tm local{};
-  if (::localtime_r(&seconds, &local) == nullptr) return "";
-  return fmt::format("{:04}{:02}{:02}{:02}{:02}{:02}", local.tm_year + 1900, local.tm_mon + 1,
-                     local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return stringWithLocalDateFormatter(date, "yyyyMMddHHmmss");
 }
 
 std::string FileDownloader::destinationPath() const {
