@@ -138,6 +138,8 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   int status = result.get();
   bar->done();
   parser.setDelegate({});
+  // Release the engine so that its thread has ended before the command returns.
+  parser.setPackageEngine(nullptr);
 
   printSummary(*scan, out);
   if (!options.jsonPath.empty()) {
