@@ -33,7 +33,10 @@ std::string shellQuoted(const std::string& text) {
   return result + "'";
 }
 
-CliResult runCli(const TempDir& dir, const std::string& arguments) {
+// Runs "dataparser download URL DEST [extra]" with its output kept in `dir`.
+CliResult runCli(const TempDir& dir, const std::string& url, const std::string& dest,
+                 const std::string& extra = "") {
+  std::string arguments = shellQuoted(url) + " " + shellQuoted(dest) + extra;
   std::string out = (dir.path() / "cli.out").string();
   std::string err = (dir.path() / "cli.err").string();
   std::string command = shellQuoted(DATAPARSER_CLI_PATH) + " download " + arguments + " >" +
@@ -52,13 +55,13 @@ TEST(CliDownloadTest, PrintsThePathUsedAndNeverReplacesAnExistingFile) {
   TempDir dir;
   std::string dest = (dir.path() / "a.txt").string();
 
-  CliResult first = runCli(dir, shellQuoted(server.url("/files/a.txt")) + " " + shellQuoted(dest));
+  CliResult first = runCli(dir, server.url("/files/a.txt"), dest);
   EXPECT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, dest + "\n");
   EXPECT_EQ(readFile(dest), "hello from the server");
   EXPECT_EQ(first.err, "");  // no progress bar without a terminal
 
-  CliResult second = runCli(dir, shellQuoted(server.url("/files/a.txt")) + " " + shellQuoted(dest));
+  CliResult second = runCli(dir, server.url("/files/a.txt"), dest);
   EXPECT_EQ(second.status, 0) << second.err;
   std::string used = second.out.substr(0, second.out.size() - 1);
   EXPECT_TRUE(used.starts_with((dir.path() / "a_").string())) << used;
@@ -72,19 +75,17 @@ TEST(CliDownloadTest, FailuresExitNonZeroWithTheReason) {
   TempDir dir;
   std::string dest = (dir.path() / "c.bin").string();
 
-  CliResult missing = runCli(dir, shellQuoted(server.url("/files/nope")) + " " + shellQuoted(dest));
+  CliResult missing = runCli(dir, server.url("/files/nope"), dest);
   EXPECT_NE(missing.status, 0);
   EXPECT_NE(missing.err.find("404"), std::string::npos) << missing.err;
   EXPECT_EQ(missing.out, "");
 
   // No size announced: nothing is moved into place unless the caller names the size.
-  CliResult unsized =
-      runCli(dir, shellQuoted(server.url("/files/c.bin?chunked=1")) + " " + shellQuoted(dest));
+  CliResult unsized = runCli(dir, server.url("/files/c.bin?chunked=1"), dest);
   EXPECT_NE(unsized.status, 0);
   EXPECT_NE(unsized.err.find("--size"), std::string::npos) << unsized.err;
   EXPECT_FALSE(fileExists(dest));
-  CliResult sized = runCli(dir, shellQuoted(server.url("/files/c.bin?chunked=1")) + " " +
-                                    shellQuoted(dest) + " --size 5000");
+  CliResult sized = runCli(dir, server.url("/files/c.bin?chunked=1"), dest, " --size 5000");
   EXPECT_EQ(sized.status, 0) << sized.err;
   EXPECT_EQ(readFile(dest), std::string(5000, 'c'));
 }
@@ -99,18 +100,16 @@ TEST(CliDownloadTest, ResumesAfterADropAndTrustsTheNamedAuthority) {
   server.addFile("r.bin", content);
   std::string dest = (dir.path() / "r.bin").string();
 
-  CliResult untrusted =
-      runCli(dir, shellQuoted(server.url("/files/r.bin")) + " " + shellQuoted(dest));
+  CliResult untrusted = runCli(dir, server.url("/files/r.bin"), dest);
   EXPECT_NE(untrusted.status, 0);
 
-  CliResult dropped = runCli(dir, shellQuoted(server.url("/files/r.bin?dropAt=12345")) + " " +
-                                      shellQuoted(dest) + " --cacert " + shellQuoted(authority));
+  CliResult dropped = runCli(dir, server.url("/files/r.bin?dropAt=12345"), dest,
+                             " --cacert " + shellQuoted(authority));
   EXPECT_NE(dropped.status, 0);
   EXPECT_FALSE(fileExists(dest));
   server.clearRequests();
   CliResult resumed =
-      runCli(dir, shellQuoted(server.url("/files/r.bin")) + " " + shellQuoted(dest) +
-                      " --resume --cacert " + shellQuoted(authority));
+      runCli(dir, server.url("/files/r.bin"), dest, " --resume --cacert " + shellQuoted(authority));
   EXPECT_EQ(resumed.status, 0) << resumed.err;
   ASSERT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(server.requests()[0].range, "bytes=12345-");

@@ -20,18 +20,13 @@ namespace dataparser::testing {
 
 namespace {
 
-struct KeyDeleter {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+template <typename T, auto Free>
+struct Deleter {
+  void operator()(T* p) const { Free(p); }
 };
-struct CertificateDeleter {
-  void operator()(X509* certificate) const { X509_free(certificate); }
-};
-struct BioDeleter {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
-using Certificate = std::unique_ptr<X509, CertificateDeleter>;
-using Bio = std::unique_ptr<BIO, BioDeleter>;
+using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY, EVP_PKEY_free>>;
+using Certificate = std::unique_ptr<X509, Deleter<X509, X509_free>>;
+using Bio = std::unique_ptr<BIO, Deleter<BIO, BIO_free>>;
 
 void require(bool ok, const char* what) {
   if (!ok) throw std::runtime_error(std::string("test certificate: ") + what);
@@ -63,38 +58,31 @@ Certificate makeCertificate(EVP_PKEY* key, const char* commonName, long serial, 
                              reinterpret_cast<const unsigned char*>(commonName), -1, -1, 0);
   X509* signer = issuer != nullptr ? issuer : cert;
   X509_set_issuer_name(cert, X509_get_subject_name(signer));
-  addExtension(cert, signer, NID_subject_key_identifier, "hash");
-  addExtension(cert, signer, NID_authority_key_identifier, "keyid:always");
+  std::vector<std::pair<int, const char*>> extensions = {
+      {NID_subject_key_identifier, "hash"}, {NID_authority_key_identifier, "keyid:always"}};
   if (authority) {
-    addExtension(cert, signer, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(cert, signer, NID_key_usage, "critical,keyCertSign,cRLSign");
+    extensions.insert(extensions.end(), {{NID_basic_constraints, "critical,CA:TRUE"},
+                                         {NID_key_usage, "critical,keyCertSign,cRLSign"}});
   } else {
-    addExtension(cert, signer, NID_basic_constraints, "critical,CA:FALSE");
-    addExtension(cert, signer, NID_key_usage, "critical,digitalSignature");
-    addExtension(cert, signer, NID_ext_key_usage, "serverAuth");
-    addExtension(cert, signer, NID_subject_alt_name, "IP:127.0.0.1,DNS:localhost");
+    extensions.insert(extensions.end(), {{NID_basic_constraints, "critical,CA:FALSE"},
+                                         {NID_key_usage, "critical,digitalSignature"},
+                                         {NID_ext_key_usage, "serverAuth"},
+                                         {NID_subject_alt_name, "IP:127.0.0.1,DNS:localhost"}});
   }
+  for (auto [nid, value] : extensions)
+    addExtension(cert, signer, nid, value);
   require(X509_sign(cert, issuerKey != nullptr ? issuerKey : key, EVP_sha256()) > 0, "sign");
   return certificate;
 }
 
-std::string pemText(BIO* bio) {
+// The PEM text that `write` puts into a memory BIO.
+template <typename Write>
+std::string pem(Write write) {
+  Bio bio(BIO_new(BIO_s_mem()));
+  require(write(bio.get()) == 1, "write PEM");
   char* data = nullptr;
-  long length = BIO_get_mem_data(bio, &data);
+  long length = BIO_get_mem_data(bio.get(), &data);
   return std::string(data, static_cast<std::size_t>(length));
-}
-
-std::string certificatePem(X509* certificate) {
-  Bio bio(BIO_new(BIO_s_mem()));
-  require(PEM_write_bio_X509(bio.get(), certificate) == 1, "write certificate");
-  return pemText(bio.get());
-}
-
-std::string keyPem(EVP_PKEY* key) {
-  Bio bio(BIO_new(BIO_s_mem()));
-  require(PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1,
-          "write key");
-  return pemText(bio.get());
 }
 
 }  // namespace
@@ -107,8 +95,12 @@ TestCertificates TestCertificates::make() {
       makeCertificate(authorityKey.get(), "DataParser Test Authority", 1, nullptr, nullptr, true);
   Certificate server =
       makeCertificate(serverKey.get(), "127.0.0.1", 2, authority.get(), authorityKey.get(), false);
-  return TestCertificates{certificatePem(authority.get()), certificatePem(server.get()),
-                          keyPem(serverKey.get())};
+  return TestCertificates{pem([&](BIO* bio) { return PEM_write_bio_X509(bio, authority.get()); }),
+                          pem([&](BIO* bio) { return PEM_write_bio_X509(bio, server.get()); }),
+                          pem([&](BIO* bio) {
+                            return PEM_write_bio_PrivateKey(bio, serverKey.get(), nullptr, nullptr,
+                                                            0, nullptr, nullptr);
+                          })};
 }
 
 // --- server -----------------------------------------------------------------------------------
@@ -125,14 +117,13 @@ struct HttpTestServer::Impl {
   std::vector<Request> requests;
 
   void install();
+  void record(const httplib::Request& request);
   void serveFile(const httplib::Request& request, httplib::Response& response);
   // Sleeps up to `milliseconds`, in short steps; false when the server is stopping.
   bool pause(long milliseconds) const {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    while (std::chrono::steady_clock::now() < end) {
-      if (stopping) return false;
+    while (!stopping && std::chrono::steady_clock::now() < end)
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
     return !stopping;
   }
 };
@@ -221,9 +212,7 @@ void HttpTestServer::Impl::serveFile(const httplib::Request& request, httplib::R
     return every <= 0 || pause(every);
   };
   if (chunked) {
-    response.set_chunked_content_provider(
-        "application/octet-stream",
-        [provide](std::size_t offset, httplib::DataSink& sink) { return provide(offset, sink); });
+    response.set_chunked_content_provider("application/octet-stream", provide);
   } else {
     response.set_content_provider(
         size - start, "application/octet-stream",
@@ -233,44 +222,28 @@ void HttpTestServer::Impl::serveFile(const httplib::Request& request, httplib::R
   }
 }
 
+void HttpTestServer::Impl::record(const httplib::Request& request) {
+  std::lock_guard lock(mutex);
+  requests.push_back({request.path, queryOf(request), request.get_header_value("Range")});
+}
+
 void HttpTestServer::Impl::install() {
   server->set_keep_alive_max_count(1);
   server->Get("/files/(.+)", [this](const httplib::Request& request, httplib::Response& response) {
-    {
-      std::lock_guard lock(mutex);
-      requests.push_back({request.path, queryOf(request), request.get_header_value("Range")});
-    }
+    record(request);
     serveFile(request, response);
   });
-  server->Get(
-      "/redirect(/.+)", [this](const httplib::Request& request, httplib::Response& response) {
-        {
-          std::lock_guard lock(mutex);
-          requests.push_back({request.path, queryOf(request), request.get_header_value("Range")});
-        }
-        std::string query = queryOf(request);
-        response.set_redirect(request.matches[1].str() + (query.empty() ? "" : "?" + query));
-      });
+  server->Get("/redirect(/.+)", [this](const httplib::Request& request, httplib::Response& out) {
+    record(request);
+    std::string query = queryOf(request);
+    out.set_redirect(request.matches[1].str() + (query.empty() ? "" : "?" + query));
+  });
   port = server->bind_to_any_port("127.0.0.1");
   if (port <= 0) throw std::runtime_error("test server: cannot bind 127.0.0.1");
   thread = std::thread([this] { server->listen_after_bind(); });
   while (!server->is_running())
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
-
-namespace {
-
-Certificate parseCertificate(const std::string& pem) {
-  Bio bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  return Certificate(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-}
-
-Key parseKey(const std::string& pem) {
-  Bio bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  return Key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
-}
-
-}  // namespace
 
 HttpTestServer::HttpTestServer() : impl_(std::make_unique<Impl>()) {
   impl_->server = std::make_unique<httplib::Server>();
@@ -279,8 +252,12 @@ HttpTestServer::HttpTestServer() : impl_(std::make_unique<Impl>()) {
 
 HttpTestServer::HttpTestServer(const TestCertificates& certificates)
     : impl_(std::make_unique<Impl>()) {
-  Certificate certificate = parseCertificate(certificates.serverCertificatePem);
-  Key key = parseKey(certificates.serverKeyPem);
+  auto bio = [](const std::string& pem) {
+    return Bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  };
+  Certificate certificate(
+      PEM_read_bio_X509(bio(certificates.serverCertificatePem).get(), nullptr, nullptr, nullptr));
+  Key key(PEM_read_bio_PrivateKey(bio(certificates.serverKeyPem).get(), nullptr, nullptr, nullptr));
   require(certificate && key, "parse server certificate");
   auto server = std::make_unique<httplib::SSLServer>(certificate.get(), key.get());
   require(server->is_valid(), "TLS server set-up");

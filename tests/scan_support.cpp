@@ -61,9 +61,7 @@ std::shared_ptr<IOSBaseParser> TestParser::parserWithJSONData(JSONData data, boo
 }
 
 std::shared_ptr<IOSBaseParser> TestParser::parserWithJSONData(JSONData data, bool parseDeleted) {
-  auto parser = makeWithJSONData<TestParser>(data, parseDeleted, false);
-  parser->take();
-  return parser;
+  return parserWithJSONData(data, parseDeleted, false);
 }
 
 void TestParser::addJSONData(JSONData data) {
@@ -82,29 +80,11 @@ void TestParser::take() {
 
 void TestOtherAttachmentParser::addJSONData(JSONData data) {
   IOSBaseParser::addJSONData(data);
-  ItemList* list = nullptr;
-  switch (attachmentType_) {
-    case -8:
-      list = &wechat_;
-      break;
-    case -7:
-      list = &viber_;
-      break;
-    case -6:
-      list = &line_;
-      break;
-    case -5:
-      list = &kik_;
-      break;
-    case -4:
-      list = &whatsapp_;
-      break;
-    case -3:
-      list = &note_;
-      break;
-    default:
-      return;
-  }
+  const std::map<std::int64_t, ItemList*> lists = {{-8, &wechat_}, {-7, &viber_},    {-6, &line_},
+                                                   {-5, &kik_},    {-4, &whatsapp_}, {-3, &note_}};
+  auto found = lists.find(attachmentType_);
+  if (found == lists.end()) return;
+  ItemList* list = found->second;
   for (const ItemPtr& item : namedItems(rawData()["media"])) {
     if (std::find(list->begin(), list->end(), item) == list->end()) list->push_back(item);
   }
@@ -174,20 +154,20 @@ std::vector<std::string> RecordingObserver::fetched() const {
 }
 
 bool RecordingObserver::waitFor(const std::string& prefix, std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, timeout, [&] {
-    return std::any_of(events_.begin(), events_.end(),
-                       [&](const std::string& event) { return event.starts_with(prefix); });
-  });
+  return waitUntil(timeout, [&](const std::string& event) { return event.starts_with(prefix); });
 }
 
 bool RecordingObserver::waitForEnd(std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, timeout, [&] {
-    return std::any_of(events_.begin(), events_.end(), [](const std::string& event) {
-      return event.starts_with("finished ") || event.starts_with("error ");
-    });
+  return waitUntil(timeout, [](const std::string& event) {
+    return event.starts_with("finished ") || event.starts_with("error ");
   });
+}
+
+bool RecordingObserver::waitUntil(std::chrono::milliseconds timeout,
+                                  const std::function<bool(const std::string&)>& match) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, timeout,
+                           [&] { return std::any_of(events_.begin(), events_.end(), match); });
 }
 
 RecordingWriter::RecordingWriter(const TempDir& dir, std::string folder)
@@ -195,14 +175,13 @@ RecordingWriter::RecordingWriter(const TempDir& dir, std::string folder)
   std::filesystem::create_directories(path_ + "/stream");
 }
 
-RecordingWriter& RecordingWriter::block(int code, const std::string& text) {
-  dir_.write(fmt::format("{}/stream/{:06}-{}.json", folder_, ++sequence_, code), text);
+RecordingWriter& RecordingWriter::block(int code, const std::string& text, const char* kind) {
+  dir_.write(fmt::format("{}/stream/{:06}-{}.{}", folder_, ++sequence_, code, kind), text);
   return *this;
 }
 
 RecordingWriter& RecordingWriter::nullBlock(int code) {
-  dir_.write(fmt::format("{}/stream/{:06}-{}.null", folder_, ++sequence_, code), "");
-  return *this;
+  return block(code, "", "null");
 }
 
 std::string parserJson(const std::vector<std::string>& items,

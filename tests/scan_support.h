@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -81,6 +82,8 @@ class RecordingObserver {
   void add(std::string event);
 
  private:
+  bool waitUntil(std::chrono::milliseconds timeout,
+                 const std::function<bool(const std::string&)>& match);
   std::shared_ptr<IOSDataParserDelegate> delegate_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
@@ -94,7 +97,7 @@ std::string hex(IOSDataType type);
 class RecordingWriter {
  public:
   explicit RecordingWriter(const TempDir& dir, std::string folder = "recording");
-  RecordingWriter& block(int code, const std::string& text);
+  RecordingWriter& block(int code, const std::string& text, const char* kind = "json");
   RecordingWriter& nullBlock(int code);
   const std::string& path() const { return path_; }
 

@@ -1,6 +1,8 @@
 #include "tests/test_support.h"
 
 #include <atomic>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 
 namespace dataparser::testing {
@@ -33,6 +35,21 @@ LogCapture::LogCapture() {
 LogCapture::~LogCapture() {
   RunLog::setSink(makeNullLogSink());
   SystemLog::setSink(makeNullLogSink());
+}
+
+LocalZone::LocalZone(const char* zone) {
+  if (const char* old = std::getenv("TZ")) saved_ = old;
+  ::setenv("TZ", zone, 1);
+  ::tzset();
+}
+
+LocalZone::~LocalZone() {
+  if (saved_) {
+    ::setenv("TZ", saved_->c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+  ::tzset();
 }
 
 std::string fixturePath(std::string_view relative) {

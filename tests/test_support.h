@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -44,6 +45,18 @@ class LogCapture {
  private:
   std::shared_ptr<MemoryLogSink> run_ = std::make_shared<MemoryLogSink>();
   std::shared_ptr<MemoryLogSink> system_ = std::make_shared<MemoryLogSink>();
+};
+
+// Points the local time zone (TZ) at `zone` for the lifetime of the object.
+class LocalZone {
+ public:
+  explicit LocalZone(const char* zone);
+  ~LocalZone();
+  LocalZone(const LocalZone&) = delete;
+  LocalZone& operator=(const LocalZone&) = delete;
+
+ private:
+  std::optional<std::string> saved_;
 };
 
 // Path of a file under tests/fixtures.

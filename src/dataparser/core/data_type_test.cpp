@@ -12,18 +12,15 @@ TEST(DataTypeTest, ScanTypePrecedence) {
     IOSDataType type;
     ScanType scan;
   };
+  const IOSDataType kWhatsApp = IOSDataTypeWhatsApp, kWeChat = IOSDataTypeWeChat;
+  // clang-format off
   const Case cases[] = {
-      {IOSDataTypeWhatsApp | IOSDataTypeWeChat, 3},
-      {IOSDataTypeWhatsApp | IOSDataTypeWhatsAppBusiness, 3},
+      {kWhatsApp | kWeChat, 3}, {kWhatsApp | IOSDataTypeWhatsAppBusiness, 3},
       {IOSDataTypeWhatsAppBusiness | IOSDataTypeKik, 24},
-      {IOSDataTypeKik | IOSDataTypeLine | IOSDataTypeViber, 4},
-      {IOSDataTypeLine | IOSDataTypeWeChat, 2},
-      {IOSDataTypeViber | IOSDataTypeWeChat, 5},
-      {IOSDataTypeWeChat, 1},
-      {IOSDataTypeSMS, 0},
-      {0, 0},
-      {IOSDataTypeContact | IOSDataTypeNote, 0},
-  };
+      {IOSDataTypeKik | IOSDataTypeLine | IOSDataTypeViber, 4}, {IOSDataTypeLine | kWeChat, 2},
+      {IOSDataTypeViber | kWeChat, 5}, {kWeChat, 1}, {IOSDataTypeSMS, 0}, {0, 0},
+      {IOSDataTypeContact | IOSDataTypeNote, 0}};
+  // clang-format on
   for (const Case& c : cases)
     EXPECT_EQ(ScanTypeForIOSDataType(c.type), c.scan) << c.type;
 }

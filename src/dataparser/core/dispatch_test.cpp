@@ -79,17 +79,5 @@ TEST(DispatchTableTest, MergeKeepsEachItemOnce) {
   EXPECT_EQ(mergeAttachments({a}, {twin}).size(), 2u);
 }
 
-TEST(DispatchTableTest, ListsOfTheOtherAttachmentParser) {
-  testing::TestOtherAttachmentParser other;
-  using L = AttachmentListName;
-  EXPECT_EQ(attachmentList(other, L::kNone), nullptr);
-  EXPECT_EQ(attachmentList(other, L::kWhatsapp), &other.whatsappAttachments());
-  EXPECT_EQ(attachmentList(other, L::kKik), &other.kikAttachments());
-  EXPECT_EQ(attachmentList(other, L::kLine), &other.lineAttachments());
-  EXPECT_EQ(attachmentList(other, L::kViber), &other.viberAttachments());
-  EXPECT_EQ(attachmentList(other, L::kWechat), &other.wechatAttachments());
-  EXPECT_EQ(attachmentList(other, L::kNote), &other.noteAttachments());
-}
-
 }  // namespace
 }  // namespace dataparser

@@ -23,6 +23,17 @@ using ::testing::ElementsAre;
 using testing::mediaJson;
 using testing::parserJson;
 
+// Each engine call as "NAME FIRST-ARGUMENT" (InitPackageData by its name alone).
+std::vector<std::string> callNames(const ReplayEngine& engine) {
+  std::vector<std::string> names;
+  for (const ReplayEngine::Call& call : engine.calls()) {
+    names.push_back(call.arguments.empty() || call.name == "InitPackageData"
+                        ? call.name
+                        : call.name + " " + call.arguments[0]);
+  }
+  return names;
+}
+
 class CoordinatorTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -84,11 +95,9 @@ TEST_F(CoordinatorTest, ScanReportsBeginProgressDataAndFinish) {
   EXPECT_TRUE(isDirectory(root + "/Logs"));
   EXPECT_TRUE(isDirectory(root + "/temp"));
   EXPECT_TRUE(isDirectory(root + "/data"));
-  std::vector<std::string> names;
-  for (const ReplayEngine::Call& call : engine->calls())
-    names.push_back(call.name);
-  EXPECT_THAT(names, ElementsAre("InitPackageData", "StartPackage", "AddBackupFolder",
-                                 "AddPackageFileFinish"));
+  EXPECT_THAT(callNames(*engine),
+              ElementsAre("InitPackageData", "StartPackage", "AddBackupFolder " + recording.path(),
+                          "AddPackageFileFinish"));
 }
 
 TEST_F(CoordinatorTest, RecordingRootTokenBecomesTheRecordingFolder) {
@@ -176,15 +185,7 @@ TEST_F(CoordinatorTest, UnreadableRecordingFailsTheScan) {
   EXPECT_THAT(observer.events(), ElementsAre("began", "error 3"));
 }
 
-TEST_F(CoordinatorTest, FinishAfterStopReachesTheObserverAsTwo) {
-  startPieces();
-  parser().stopParse();
-  parser().parseFinished(1);
-  EXPECT_THAT(observer.events(), ElementsAre("finished 2"));
-  EXPECT_EQ(parser().kikParser(), nullptr);
-}
-
-TEST_F(CoordinatorTest, DataAfterStopNeitherWaitsNorReports) {
+TEST_F(CoordinatorTest, AfterStopDataNeitherWaitsNorReportsAndFinishIsTwo) {
   startPieces();
   parser().semaphore().acquire();  // a piece still being parsed would block analyzeData
   parser().stopParse();
@@ -192,6 +193,9 @@ TEST_F(CoordinatorTest, DataAfterStopNeitherWaitsNorReports) {
   parser().analyzeProgress("{\"current\": 1, \"total\": 2}");
   parser().semaphore().release();
   EXPECT_TRUE(observer.events().empty());
+  parser().parseFinished(1);
+  EXPECT_THAT(observer.events(), ElementsAre("finished 2"));
+  EXPECT_EQ(parser().kikParser(), nullptr);
 }
 
 TEST_F(CoordinatorTest, ProgressReports) {
@@ -332,12 +336,16 @@ TEST_F(CoordinatorTest, DeviceBackupReachesThreeArgumentFactoriesOnly) {
   parser().analyzeData(parserJson({"a"}), IOSDataTypeSMS);
   parser().analyzeData(parserJson({"b"}), IOSDataTypeContact);
   parser().analyzeData(parserJson({"c"}), IOSDataTypeAppPhoto);
+  parser().analyzeData(parserJson({"l"}), IOSDataTypeLine);
   EXPECT_THAT(made, ElementsAre(std::make_pair(IOSDataTypeSMS, true),
                                 std::make_pair(IOSDataTypeContact, false)));
   auto appPhoto = std::dynamic_pointer_cast<testing::TestParser>(parser().appPhotoParser());
   ASSERT_NE(appPhoto, nullptr);
-  // Not marked for deviceBackup: only parseDeleted is handed on.
+  // Not marked for deviceBackup: only parseDeleted is handed on; every parser gets it.
   EXPECT_EQ(appPhoto->switches.back(), std::make_pair(true, false));
+  auto line = std::dynamic_pointer_cast<testing::TestParser>(parser().lineParser());
+  ASSERT_NE(line, nullptr);
+  EXPECT_TRUE(line->switches.back().first);
 }
 
 TEST_F(CoordinatorTest, NotesAccumulateAcrossBothNoteRows) {
@@ -357,26 +365,7 @@ TEST_F(CoordinatorTest, NotesAccumulateAcrossBothNoteRows) {
   EXPECT_TRUE(parser().notesAttachments().empty());
 }
 
-TEST_F(CoordinatorTest, ParseDeletedIsHandedToEveryParser) {
-  parser().setParseDeleted(true);
-  startPieces();
-  parser().analyzeData(parserJson({"l"}), IOSDataTypeLine);
-  auto line = std::dynamic_pointer_cast<testing::TestParser>(parser().lineParser());
-  ASSERT_NE(line, nullptr);
-  EXPECT_EQ(line->switches.back(), std::make_pair(true, false));
-}
-
 // ---- start operations ----------------------------------------------------------------------
-
-std::vector<std::string> callNames(const ReplayEngine& engine) {
-  std::vector<std::string> names;
-  for (const ReplayEngine::Call& call : engine.calls()) {
-    names.push_back(call.arguments.empty() || call.name == "InitPackageData"
-                        ? call.name
-                        : call.name + " " + call.arguments[0]);
-  }
-  return names;
-}
 
 TEST_F(CoordinatorTest, StartOperationsTalkToTheEngine) {
   parser().startParseCFSDataWithBackupPath(dir.str());

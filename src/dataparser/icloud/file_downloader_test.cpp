@@ -7,11 +7,11 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <random>
+#include <semaphore>
 #include <set>
 #include <thread>
 
@@ -49,24 +49,26 @@ struct Outcome {
   std::condition_variable changed;
   int completions = 0;
   std::optional<DownloadError> error;
-  std::vector<std::pair<std::int64_t, std::int64_t>> progress;
+  std::vector<Progress> progress;
   bool allOnMainQueue = true;
 
-  std::size_t progressCount() {
-    std::lock_guard lock(mutex);
-    return progress.size();
-  }
-  int completionCount() {
-    std::lock_guard lock(mutex);
-    return completions;
-  }
+  std::size_t progressCount() { return std::lock_guard(mutex), progress.size(); }
+  int completionCount() { return std::lock_guard(mutex), completions; }
   bool waitForCompletion(std::chrono::seconds limit = 30s) {
     std::unique_lock lock(mutex);
     return changed.wait_for(lock, limit, [this] { return completions > 0; });
   }
-  bool waitForProgress(std::chrono::seconds limit = 30s) {
+  bool waitForProgress() {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, limit, [this] { return !progress.empty() || completions > 0; });
+    return changed.wait_for(lock, 30s, [this] { return !progress.empty() || completions > 0; });
+  }
+  // Runs `record` under the lock, on the MainQueue.
+  template <typename F>
+  void record(F record) {
+    std::lock_guard lock(mutex);
+    allOnMainQueue = allOnMainQueue && MainQueue::isCurrent();
+    record();
+    changed.notify_all();
   }
 };
 
@@ -75,17 +77,10 @@ std::shared_ptr<FileDownloader> makeDownloader(const std::string& url, const std
   return FileDownloader::initWithURL(
       url, path,
       [outcome](std::int64_t total, std::int64_t received) {
-        std::lock_guard lock(outcome->mutex);
-        outcome->allOnMainQueue = outcome->allOnMainQueue && MainQueue::isCurrent();
-        outcome->progress.emplace_back(total, received);
-        outcome->changed.notify_all();
+        outcome->record([&] { outcome->progress.emplace_back(total, received); });
       },
       [outcome](std::optional<DownloadError> error) {
-        std::lock_guard lock(outcome->mutex);
-        outcome->allOnMainQueue = outcome->allOnMainQueue && MainQueue::isCurrent();
-        ++outcome->completions;
-        outcome->error = std::move(error);
-        outcome->changed.notify_all();
+        outcome->record([&] { ++outcome->completions, outcome->error = std::move(error); });
       });
 }
 
@@ -111,16 +106,15 @@ std::string cacheFileFor(const std::string& name) {
   return (fs::path(userCachesPath()) / "Quillmark" / name).string();
 }
 
-void writeFileAt(const std::string& path, std::string_view content) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(content.data(), static_cast<std::streamsize>(content.size()));
-}
-
 std::string writeCacheFile(const std::string& name, std::string_view content) {
   std::string path = cacheFileFor(name);
-  writeFileAt(path, content);
+  fs::create_directories(fs::path(path).parent_path());
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
   return path;
+}
+
+Date now() {
+  return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
 }
 
 class FileDownloaderTest : public ::testing::Test {
@@ -176,37 +170,32 @@ TEST_F(FileDownloaderTest, ResumableDownloadAsksForTheRemainderOfTheCacheFile) {
 }
 
 TEST(FileDownloaderSizeTest, ExpectedLengthTakesTheFirstRuleThatApplies) {
+  using Header = std::pair<std::string, std::string>;
   struct Case {
     const char* name;
-    std::int64_t callerTotal;
-    std::int64_t currentLength;
-    std::int64_t bodyLength;
-    std::vector<std::pair<std::string, std::string>> headers;
+    std::int64_t callerTotal, currentLength, bodyLength;
+    std::vector<Header> headers;
     bool http;
     std::int64_t expected;
   };
-  const std::vector<Case> cases = {
-      {"caller's total wins", 77, 500, 1500, {{"Content-Length", "1500"}}, true, 77},
-      {"body plus cache file", 0, 500, 1500, {{"Content-Length", "1500"}}, true, 2000},
+  const Header length1500{"Content-Length", "1500"};
+  auto range = [](const char* value) { return Header{"Content-Range", value}; };
+  const Case cases[] = {
+      {"caller's total wins", 77, 500, 1500, {length1500}, true, 77},
+      {"body plus cache file", 0, 500, 1500, {length1500}, true, 2000},
       {"body alone", 0, 0, 10, {}, true, 10},
-      {"header when the body length is unknown",
-       0,
-       500,
-       -1,
-       {{"content-length", "4096"}},
-       true,
-       4096},
-      {"Content-Range total", 0, 0, -1, {{"Content-Range", "bytes 0-99/4096"}}, true, 4096},
-      {"zero Content-Length falls through",
+      {"header, body length unknown", 0, 500, -1, {{"content-length", "4096"}}, true, 4096},
+      {"Content-Range total", 0, 0, -1, {range("bytes 0-99/4096")}, true, 4096},
+      {"zero length falls through",
        0,
        0,
        -1,
-       {{"Content-Length", "0"}, {"Content-Range", "bytes 0-9/10"}},
+       {{"Content-Length", "0"}, range("bytes 0-9/10")},
        true,
        10},
-      {"unknown total", 0, 0, -1, {{"Content-Range", "bytes */*"}}, true, 0},
-      {"nothing after the slash", 0, 0, -1, {{"Content-Range", "bytes 0-99/"}}, true, 0},
-      {"no slash", 0, 0, -1, {{"Content-Range", "bytes 0-99"}}, true, 0},
+      {"unknown total", 0, 0, -1, {range("bytes */*")}, true, 0},
+      {"nothing after the slash", 0, 0, -1, {range("bytes 0-99/")}, true, 0},
+      {"no slash", 0, 0, -1, {range("bytes 0-99")}, true, 0},
       {"no size at all", 0, 300, -1, {}, true, 0},
       {"headers only count for HTTP", 0, 0, -1, {{"Content-Length", "5"}}, false, 0},
   };
@@ -262,11 +251,9 @@ TEST_F(FileDownloaderTest, ExistingDestinationIsNeverOverwritten) {
   };
   for (const Case& c : {Case{"a/b.jpg", ".jpg"}, Case{"a/notes", ""}}) {
     std::string existing = dir.write(c.name, "precious");
-    Date before =
-        std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+    Date before = now();
     Attempt run = download(server.url("/files/" + fs::path(c.name).filename().string()), existing);
-    Date after =
-        std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+    Date after = now();
     EXPECT_FALSE(run.outcome->error) << c.name;
     EXPECT_EQ(readAll(existing), "precious") << c.name;
 
@@ -283,21 +270,11 @@ TEST_F(FileDownloaderTest, ExistingDestinationIsNeverOverwritten) {
 }
 
 TEST(FileDownloaderDateTest, ConvertDateUsesTheLocalTimeZone) {
-  const char* saved = std::getenv("TZ");
-  std::string previous = saved != nullptr ? saved : "";
   Date date = *dateWithSecondsSince1970(1706738399.75);  // 2024-01-31 21:59:59.75 UTC
-  setenv("TZ", "UTC0", 1);
-  tzset();
-  EXPECT_EQ(FileDownloader::convertDate(date), "20240131215959");
-  setenv("TZ", "<+02>-2", 1);
-  tzset();
-  EXPECT_EQ(FileDownloader::convertDate(date), "20240131235959");
-  if (saved != nullptr) {
-    setenv("TZ", previous.c_str(), 1);
-  } else {
-    unsetenv("TZ");
+  for (auto [zone, text] : {std::pair{"UTC0", "20240131215959"}, {"<+02>-2", "20240131235959"}}) {
+    testing::LocalZone local(zone);
+    EXPECT_EQ(FileDownloader::convertDate(date), text) << zone;
   }
-  tzset();
 }
 
 TEST(FileDownloaderPathTest, CacheFileLivesInTheCachesFolderUnderTheDestinationsName) {
@@ -351,20 +328,18 @@ TEST_F(FileDownloaderTest, DroppedConnectionKeepsThePartialFileForALaterResume) 
 
 TEST_F(FileDownloaderTest, HttpErrorStatusIsAFailureAndTheErrorPageIsNeverKept) {
   server.addFile("img.png", makeContent(3000));
-  struct Case {
-    std::string path;
-    int status;
-  };
-  for (const Case& c : {Case{"/files/img.png?status=404", 404},
-                        Case{"/files/img.png?status=500", 500}, Case{"/files/missing.png", 404}}) {
+  for (auto [path, status] : {std::pair{"/files/img.png?status=404", 404},
+                              {"/files/img.png?status=500", 500},
+                              {"/files/missing.png", 404}}) {
+    SCOPED_TRACE(path);
     std::string partial = writeCacheFile("img.png", "partial-prefix");
-    Attempt run = download(server.url(c.path), dest("img.png"), /*resumable=*/true);
-    ASSERT_TRUE(run.outcome->error) << c.path;
-    EXPECT_EQ(run.outcome->error->kind, DownloadError::Kind::kHTTPStatus) << c.path;
-    EXPECT_EQ(run.outcome->error->code, c.status) << c.path;
-    EXPECT_FALSE(fileExists(dest("img.png"))) << c.path;
-    EXPECT_EQ(readAll(partial), "partial-prefix") << c.path;
-    EXPECT_TRUE(run.outcome->progress.empty()) << c.path;
+    Attempt run = download(server.url(path), dest("img.png"), /*resumable=*/true);
+    ASSERT_TRUE(run.outcome->error);
+    EXPECT_EQ(run.outcome->error->kind, DownloadError::Kind::kHTTPStatus);
+    EXPECT_EQ(run.outcome->error->code, status);
+    EXPECT_FALSE(fileExists(dest("img.png")));
+    EXPECT_EQ(readAll(partial), "partial-prefix");
+    EXPECT_TRUE(run.outcome->progress.empty());
   }
 }
 
@@ -442,7 +417,8 @@ TEST_F(FileDownloaderTest, UnwritableCacheFolderIsAFileFailure) {
   server.addFile("u.bin", makeContent(100));
   std::string folder = (fs::path(userCachesPath()) / "Quillmark").string();
   fs::remove_all(folder);
-  writeFileAt(folder, "a file, not a folder");
+  fs::create_directories(userCachesPath());
+  std::ofstream(folder) << "a file, not a folder";
   Attempt run = download(server.url("/files/u.bin"), dest("u.bin"));
   ASSERT_TRUE(run.outcome->error);
   EXPECT_EQ(run.outcome->error->kind, DownloadError::Kind::kFile);
@@ -478,13 +454,8 @@ TEST_F(FileDownloaderTest, NothingIsReportedAfterSuspendEvenForQueuedEvents) {
   server.addFile("s.bin", content);
 
   // Events queue up behind a blocked MainQueue, then suspend comes first.
-  std::mutex gateMutex;
-  std::condition_variable gateChanged;
-  bool open = false;
-  MainQueue::post([&] {
-    std::unique_lock lock(gateMutex);
-    gateChanged.wait(lock, [&] { return open; });
-  });
+  std::binary_semaphore gate{0};
+  MainQueue::post([&] { gate.acquire(); });
   Attempt queued;
   queued.downloader = makeDownloader(server.url("/files/s.bin"), dest("s.bin"), queued.outcome);
   queued.downloader->start();
@@ -492,11 +463,7 @@ TEST_F(FileDownloaderTest, NothingIsReportedAfterSuspendEvenForQueuedEvents) {
     std::this_thread::sleep_for(2ms);
   std::this_thread::sleep_for(200ms);  // the whole answer arrives and waits on the queue
   queued.downloader->suspend();
-  {
-    std::lock_guard lock(gateMutex);
-    open = true;
-  }
-  gateChanged.notify_all();
+  gate.release();
   std::this_thread::sleep_for(100ms);
   MainQueue::drain();
   MainQueue::drain();
@@ -512,15 +479,11 @@ TEST_F(FileDownloaderTest, NothingIsReportedAfterSuspendEvenForQueuedEvents) {
   inner.downloader = FileDownloader::initWithURL(
       server.url("/files/s.bin?trickle=4096&every=10"), dest("s2.bin"),
       [&inner, &weak](std::int64_t, std::int64_t) {
-        {
-          std::lock_guard lock(inner.outcome->mutex);
-          inner.outcome->progress.emplace_back(0, 0);
-        }
+        inner.outcome->record([&] { inner.outcome->progress.emplace_back(0, 0); });
         if (auto self = weak.lock()) self->suspend();
       },
       [&inner](std::optional<DownloadError>) {
-        std::lock_guard lock(inner.outcome->mutex);
-        ++inner.outcome->completions;
+        inner.outcome->record([&] { ++inner.outcome->completions; });
       });
   weak = inner.downloader;
   inner.downloader->start();

@@ -22,13 +22,7 @@ class ThreeArgumentParser : public IOSBaseParser {
   }
 };
 
-TEST(BaseParserTest, DefaultsAndFactories) {
-  IOSBaseParser plain;
-  EXPECT_TRUE(plain.parseDeleted());
-  EXPECT_FALSE(plain.deviceBackup());
-  EXPECT_FALSE(plain.isStopParser());
-  EXPECT_TRUE(plain.items().empty());
-
+TEST(BaseParserTest, Factories) {
   auto list = IOSBaseParser::parserWithJSONData(std::string_view("[1, 2]"), false, true);
   EXPECT_TRUE(list->rawData().isArray());
   EXPECT_TRUE(list->items().empty());
@@ -66,9 +60,6 @@ TEST(BaseParserTest, MalformedJsonGivesNoRawDataAndALogLine) {
   parser->addJSONData(std::string_view("not json"));
   EXPECT_FALSE(parser->rawData().present());
   EXPECT_EQ(logs.system().lines().size(), 2u);
-
-  parser->stopParser();
-  EXPECT_TRUE(parser->isStopParser());
 }
 
 }  // namespace

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
 #include <limits>
+
+#include "tests/test_support.h"
 
 namespace dataparser {
 namespace {
@@ -15,41 +15,17 @@ Date utc(int y, unsigned m, unsigned d, int hh = 0, int mm = 0, int ss = 0) {
   return Date(sys_days(year(y) / month(m) / day(d)) + hours(hh) + minutes(mm) + seconds(ss));
 }
 
-// Points the local zone at `zone` for the life of the object.
-class LocalZone {
- public:
-  explicit LocalZone(const char* zone) {
-    if (const char* old = std::getenv("TZ")) saved_ = old;
-    ::setenv("TZ", zone, 1);
-    ::tzset();
-  }
-  ~LocalZone() {
-    if (saved_.empty()) {
-      ::unsetenv("TZ");
-    } else {
-      ::setenv("TZ", saved_.c_str(), 1);
-    }
-    ::tzset();
-  }
-
- private:
-  std::string saved_;
-};
+using testing::LocalZone;
 
 TEST(DateFormatTest, DurationsAreBareHoursMinutesSeconds) {
+  constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
+  constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+  // clang-format off
   const std::pair<std::int64_t, const char*> cases[] = {
-      {0, "00:00"},
-      {-5, "00:00"},
-      {std::numeric_limits<std::int64_t>::min(), "00:00"},
-      {1, "0:0:1"},
-      {59, "0:0:59"},
-      {60, "0:1:0"},
-      {3600, "1:0:0"},
-      {3723, "1:2:3"},
-      {86399, "23:59:59"},
-      {360000, "100:0:0"},
-      {std::numeric_limits<std::int64_t>::max(), "2562047788015215:30:7"},
-  };
+      {0, "00:00"}, {-5, "00:00"}, {kMin, "00:00"}, {1, "0:0:1"}, {59, "0:0:59"}, {60, "0:1:0"},
+      {3600, "1:0:0"}, {3723, "1:2:3"}, {86399, "23:59:59"}, {360000, "100:0:0"},
+      {kMax, "2562047788015215:30:7"}};
+  // clang-format on
   for (const auto& [seconds, text] : cases) {
     EXPECT_EQ(formattedDurationTime(seconds), text) << seconds;
   }
@@ -65,26 +41,18 @@ TEST(DateFormatTest, EngineTextsParseStrictly) {
   EXPECT_EQ(dateWithDateFormatter("2024/01/02 03:04", "yyyy/MM/dd HH:mm"), utc(2024, 1, 2, 3, 4));
   EXPECT_EQ(dateWithDateFormatter("2024T01", "yyyy'T'MM"), utc(2024, 1, 1));
 
-  const char* rejected[] = {
-      "2020-01-02",            // another format
-      "01-02-2020 03:04:05 ",  // trailing text
-      " 01-02-2020 03:04:05",  // leading text
-      "1-02-2020 03:04:05",    // short field
-      "01-02-2020 03:04",      // cut short
-      "02-30-2020 00:00:00",   // no such day
-      "02-29-2023 00:00:00",   // not a leap year
-      "13-01-2020 00:00:00",   // no such month
-      "00-01-2020 00:00:00",
-      "01-01-2020 24:00:00",
-      "01-01-2020 00:60:00",
-      "01-01-2020 00:00:60",
-      "01-01-0000 00:00:00",
-      "01-01-2020 0a:00:00",
-      "01-01-+020 00:00:00",
-      "01\xFF"
-      "01-2020 00:00:00",
-      "",
-  };
+  const char* rejected[] = {"2020-01-02",            // another format
+                            "01-02-2020 03:04:05 ",  // trailing text
+                            " 01-02-2020 03:04:05",  // leading text
+                            "1-02-2020 03:04:05",    // short field
+                            "01-02-2020 03:04",      // cut short
+                            "02-30-2020 00:00:00",   // no such day
+                            "02-29-2023 00:00:00",   // not a leap year
+                                                     // clang-format off
+      "13-01-2020 00:00:00", "00-01-2020 00:00:00", "01-01-2020 24:00:00", "01-01-2020 00:60:00",
+      "01-01-2020 00:00:60", "01-01-0000 00:00:00", "01-01-2020 0a:00:00", "01-01-+020 00:00:00",
+      "01\xFF" "01-2020 00:00:00", ""};
+  // clang-format on
   for (const char* text : rejected)
     EXPECT_FALSE(dateWithDateFormatter(text)) << text;
   EXPECT_FALSE(dateWithDateFormatter("01-02-2020 03:04:05", "dd.MMM.yyyy"));  // unsupported
@@ -173,14 +141,12 @@ TEST(DateFormatTest, CalendarSystemDates) {
   EXPECT_EQ(formattedIslamic(""), "");
   EXPECT_EQ(formattedIslamic("0,0,0,99999999999999999999999,1,1"), "9223372036854775807-1-1");
 
+  // clang-format off
   const std::pair<const char*, const char*> lunar[] = {
-      {"0,0,0,0,1,1", "正月初一"},   {"0,0,0,0,12,30", "腊月三十"},
-      {"0,0,0,0,11,20", "冬月二十"}, {"0,0,0,0,8,21", "八月廿一"},
-      {"0,0,0,0,0,1", ""},           {"0,0,0,0,13,1", ""},
-      {"0,0,0,0,1,0", ""},           {"0,0,0,0,1,31", ""},
-      {"0,0,0,0,-1,5", ""},          {"0,0,0,0,1", ""},
-      {"0,0,0,0,1,1,", ""},
-  };
+      {"0,0,0,0,1,1", "正月初一"}, {"0,0,0,0,12,30", "腊月三十"}, {"0,0,0,0,11,20", "冬月二十"},
+      {"0,0,0,0,8,21", "八月廿一"}, {"0,0,0,0,0,1", ""}, {"0,0,0,0,13,1", ""}, {"0,0,0,0,1,0", ""},
+      {"0,0,0,0,1,31", ""}, {"0,0,0,0,-1,5", ""}, {"0,0,0,0,1", ""}, {"0,0,0,0,1,1,", ""}};
+  // clang-format on
   for (const auto& [text, expected] : lunar)
     EXPECT_EQ(formattedLunarFields(text), expected) << text;
   // The lunar form is only given for a text that is also an engine date, which a six-field
