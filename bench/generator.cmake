@@ -5,3 +5,8 @@ add_executable(generate_recording
 dataparser_warnings(generate_recording)
 target_include_directories(generate_recording PRIVATE "${PROJECT_SOURCE_DIR}")
 target_link_libraries(generate_recording PRIVATE fmt::fmt CLI11::CLI11 dataparser_rapidjson)
+
+# The floor: simdjson alone over every JSON byte of a recording.
+add_executable(json_floor json_floor.cpp)
+dataparser_warnings(json_floor)
+target_link_libraries(json_floor PRIVATE simdjson::simdjson)

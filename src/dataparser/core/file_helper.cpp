@@ -1,5 +1,6 @@
 #include "dataparser/core/file_helper.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -193,6 +194,26 @@ std::optional<std::string> readFile(const std::string& path) {
   out << in.rdbuf();
   if (in.bad()) return std::nullopt;
   return std::move(out).str();
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view data) {
+  if (path.empty()) return false;
+  std::string temporary = path + ".XXXXXX";
+  int fd = ::mkstemp(temporary.data());
+  if (fd < 0) return false;
+  bool ok = true;
+  for (std::size_t written = 0; ok && written < data.size();) {
+    ssize_t n = ::write(fd, data.data() + written, data.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    ok = n > 0;
+    if (ok) written += static_cast<std::size_t>(n);
+  }
+  // mkstemp creates the file for its owner only; give it the usual permissions.
+  ok = ok && ::fchmod(fd, 0644) == 0;
+  ok = ::close(fd) == 0 && ok;
+  ok = ok && ::rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) ::unlink(temporary.c_str());
+  return ok;
 }
 
 }  // namespace dataparser

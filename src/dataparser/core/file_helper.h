@@ -67,5 +67,10 @@ std::optional<std::string> firstExistingFile(const std::vector<std::string>& can
 std::optional<std::string> firstExistingFile(std::initializer_list<std::string_view> candidates);
 // Reads a whole file; nothing when it cannot be read.
 std::optional<std::string> readFile(const std::string& path);
+// Writes `data` to `path` atomically, replacing an existing file: the bytes go to a temporary
+// file in the same folder, which is then renamed over `path`. Readers see the old file or the
+// whole new one, never a part. False when the folder is missing or a system call fails (the
+// temporary file is removed).
+bool writeFileAtomically(const std::string& path, std::string_view data);
 
 }  // namespace dataparser

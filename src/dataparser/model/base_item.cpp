@@ -13,11 +13,15 @@ const std::string& IOSBaseItem::tag() const {
 
 void IOSBaseItem::describe(FieldVisitor& visitor) const {
   visitor.field("tag", tag());
-  visitor.field("isDeleted", isDeleted());
+  describeIsDeleted(visitor);
   visitor.field("selected", selected_);
   visitor.field("highlighed", highlighed_);
   visitor.field("dragHighlighted", dragHighlighted_);
   visitor.field("visible", visible_);
+}
+
+void IOSBaseItem::describeIsDeleted(FieldVisitor& visitor) const {
+  visitor.field("isDeleted", isDeleted());
 }
 
 }  // namespace dataparser

@@ -63,6 +63,11 @@ class IOSBaseItem : public Describable {
   std::string_view className() const override { return "IOSBaseItem"; }
   void describe(FieldVisitor& visitor) const override;
 
+ protected:
+  // Writes the "isDeleted" field of `describe`. A subclass that keeps its own deletion state
+  // under that name (a conversation's -1/0/1) overrides this so the field is listed once.
+  virtual void describeIsDeleted(FieldVisitor& visitor) const;
+
  private:
   json::Value rawData_;
   mutable std::optional<std::string> tag_;

@@ -1,0 +1,83 @@
+#include "dataparser/model/message_files.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+
+#include "dataparser/core/file_helper.h"
+#include "dataparser/util/run_log.h"
+
+namespace dataparser {
+
+void forEachMessageFile(json::View fileList,
+                        const std::function<void(const json::Value& document)>& visit) {
+  for (json::View entry : fileList.elements()) {
+    const std::string path = entry.stringCopy();
+    if (path.empty() || !fileExists(path) || isDirectory(path)) continue;
+    std::optional<std::string> text = readFile(path);
+    if (!text) continue;  // unreadable: skipped like a missing file
+    std::string error;
+    json::Value document = json::parse(std::move(*text), &error);
+    if (!document.present()) {
+      SystemLog::write(">>> ERROR: {}", error);
+      continue;
+    }
+    visit(document);
+  }
+}
+
+std::optional<MessageList> messagesOfDocument(const json::Value& document,
+                                              const IOSBaseSessionItem& session,
+                                              const MessageFileRules& rules) {
+  if (!document.isObject()) return std::nullopt;
+  const json::View list = document[rules.listKey];
+  if (rules.listRequired ? !list.isArray() : !list.present()) return std::nullopt;
+
+  MessageList messages;
+  messages.reserve(list.size());
+  for (json::View record : list.elements()) {
+    if (!record.isObject()) continue;
+    const json::Value shared = document.sub(record);
+    MessagePtr message = rules.factory ? rules.factory(shared)
+                                       : IOSBaseItem::itemWithDictionary<IOSBaseSingleItem>(shared);
+    if (!message) continue;
+    if (!rules.parseDeleted && message->isDeleted()) continue;
+    if (message->isReceived() && !session.isGroup()) message->setImage(session.image());
+    if (rules.keep && !rules.keep(*message)) continue;
+    messages.push_back(std::move(message));
+  }
+  return messages;
+}
+
+void sortBySendDate(MessageList& messages) {
+  // std::optional orders "no date" before every date, which keeps the order strict and weak.
+  std::stable_sort(messages.begin(), messages.end(), [](const MessagePtr& a, const MessagePtr& b) {
+    return a->sendDate() < b->sendDate();
+  });
+}
+
+void readMessageFiles(IOSBaseSessionItem& session, json::View fileList,
+                      const MessageFileRules& rules) {
+  forEachMessageFile(fileList, [&](const json::Value& document) {
+    std::optional<MessageList> messages = messagesOfDocument(document, session, rules);
+    if (!messages) return;
+    sortBySendDate(*messages);
+    // Each file with a list replaces the one before: only the last file's messages remain.
+    session.setContents(std::move(*messages));
+  });
+}
+
+std::string AccountAliases::aliasFor(const std::string& account) {
+  if (account.empty()) return {};
+  auto found = aliases_.find(account);
+  if (found != aliases_.end()) return found->second;
+  std::string alias = fmt::format("Account{}", aliases_.size() + 1);
+  aliases_.emplace(account, alias);
+  return alias;
+}
+
+void AccountAliases::apply(IOSAccountItem& item) {
+  if (!item.account().empty()) item.setAccount(aliasFor(item.account()));
+}
+
+}  // namespace dataparser

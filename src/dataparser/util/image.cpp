@@ -1,0 +1,116 @@
+#include "dataparser/util/image.h"
+
+#include <vips/vips8>
+
+#include <cstdint>
+
+namespace dataparser {
+namespace {
+
+using vips::VImage;
+using vips::VSource;
+
+constexpr std::int64_t kMaxDecodedPixels = 100'000'000;
+constexpr int kUnboundedWidth = 10'000'000;  // thumbnails are bounded by their height only
+
+// Starts libvips once per process. Its operation cache is switched off: it keys loads by file
+// name, so a picture rewritten at the same path would come back stale.
+bool vipsReady() {
+  static const bool ready = [] {
+    if (VIPS_INIT("dataparser") != 0) return false;
+    vips_cache_set_max(0);
+    return true;
+  }();
+  return ready;
+}
+
+// Runs a libvips operation; its errors become "nothing". libvips keeps error texts in a global
+// buffer, which is cleared so that it cannot grow.
+template <class Operation>
+auto guarded(Operation&& operation) -> decltype(operation()) {
+  if (!vipsReady()) return std::nullopt;
+  try {
+    return operation();
+  } catch (const vips::VError&) {
+  } catch (const std::exception&) {
+  }
+  vips_error_clear();
+  return std::nullopt;
+}
+
+std::optional<std::string> pngBytes(const VImage& image) {
+  if (static_cast<std::int64_t>(image.width()) * image.height() > kMaxDecodedPixels) {
+    return std::nullopt;
+  }
+  void* buffer = nullptr;
+  std::size_t size = 0;
+  image.write_to_buffer(".png", &buffer, &size);
+  std::string bytes(static_cast<const char*>(buffer), size);
+  g_free(buffer);
+  return bytes;
+}
+
+// A source over the file or the bytes. Paths are opened as they are: no option syntax
+// ("name.jpg[page=1]") is read from them.
+VSource sourceOf(const std::string& path, const std::string& data) {
+  return path.empty() ? VSource::new_from_memory(data.data(), data.size())
+                      : VSource::new_from_file(path.c_str());
+}
+
+VImage load(const VSource& source) {
+  return VImage::new_from_source(source, "",
+                                 VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
+}
+
+}  // namespace
+
+Image::~Image() = default;
+
+std::shared_ptr<const Image> Image::withHeader(std::shared_ptr<Image> image) {
+  auto size = guarded([&]() -> std::optional<std::pair<int, int>> {
+    VImage header = load(sourceOf(image->path_, image->data_));
+    return std::make_pair(header.width(), header.height());
+  });
+  if (!size) return nullptr;
+  image->width_ = size->first;
+  image->height_ = size->second;
+  return image;
+}
+
+std::shared_ptr<const Image> Image::imageWithContentsOfFile(const std::string& path) {
+  if (path.empty()) return nullptr;
+  std::shared_ptr<Image> image(new Image);
+  image->path_ = path;
+  return withHeader(std::move(image));
+}
+
+std::shared_ptr<const Image> Image::imageWithData(std::string data) {
+  if (data.empty()) return nullptr;
+  std::shared_ptr<Image> image(new Image);
+  image->data_ = std::move(data);
+  return withHeader(std::move(image));
+}
+
+std::optional<std::string> Image::thumbnailPNG(int height) const {
+  if (height <= 0) return std::nullopt;
+  return guarded([&]() -> std::optional<std::string> {
+    VImage thumbnail = VImage::thumbnail_source(sourceOf(path_, data_), kUnboundedWidth,
+                                                VImage::option()->set("height", height));
+    return pngBytes(thumbnail);
+  });
+}
+
+std::optional<std::string> Image::pngData() const {
+  return guarded(
+      [&]() -> std::optional<std::string> { return pngBytes(load(sourceOf(path_, data_))); });
+}
+
+std::optional<std::string> Image::pngDataFromWebp(std::string_view webp) {
+  if (webp.empty()) return std::nullopt;
+  return guarded([&]() -> std::optional<std::string> {
+    VSource source = VSource::new_from_memory(webp.data(), webp.size());
+    return pngBytes(VImage::webpload_source(source));
+  });
+}
+
+}  // namespace dataparser
