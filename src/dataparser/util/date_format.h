@@ -21,6 +21,30 @@ namespace dataparser {
 inline constexpr std::string_view kDefaultDateFormat = "MM-dd-yyyy HH:mm:ss";
 inline constexpr std::string_view kDisplayDateFormat = "yyyy/MM/dd HH:mm:ss";
 
+// Where a date text is read or written: UTC, the local time zone (its offset at each date, so
+// daylight-saving time is followed), or a fixed offset east of UTC.
+struct DateZone {
+  enum class Kind : std::uint8_t { kUTC, kLocal, kFixed };
+  Kind kind = Kind::kUTC;
+  int offsetSeconds = 0;  // for kFixed
+
+  static DateZone utc() { return {}; }
+  static DateZone local() { return {Kind::kLocal, 0}; }
+  static DateZone fixed(int offsetSeconds) { return {Kind::kFixed, offsetSeconds}; }
+};
+
+// The local time zone's offset from UTC, in seconds east, at `date`.
+int localUTCOffsetSeconds(Date date);
+
+// The codec under every operation below. Patterns are made of the fields "yyyy" (four-digit
+// year), "MM", "dd", "HH" (00-23), "mm", "ss" (two digits each), literal characters other than
+// ASCII letters, and quoted literals ('T'; '' is a quote). Fields missing from a pattern read as
+// 1970-01-01 00:00:00. Parsing is strict: every character must fit the pattern, the whole text
+// is used and the date must exist (no 02-30). An unsupported pattern parses nothing and prints
+// "". Dates use the proleptic Gregorian calendar; printing drops fractions of a second.
+OptionalDate parseDate(std::string_view text, std::string_view pattern, DateZone zone);
+std::string printDate(Date date, std::string_view pattern, DateZone zone);
+
 // --- text operations ---
 // Parses `text` with `format` (the default when empty) in UTC.
 OptionalDate dateWithDateFormatter(std::string_view text, std::string_view format = {});
@@ -32,7 +56,13 @@ std::string formattedDate(std::string_view text);
 std::string iCloudStringWithDateFormatter(std::string_view text, std::string_view format);
 // "MM-dd" for a year below 1605 (no year known), else "MM-dd-yyyy".
 std::string formattedDateForContact(std::string_view text);
+// Calendar-system dates. The texts are six fields separated by ",".
+// Lunar: only for a text that also parses with the default format; then formattedLunarFields.
 std::string formattedLunar(std::string_view text);
+// Lunar month and day names ("正月初一") from fields 4 (month 1..12) and 5 (day 1..30); "" when
+// the text does not have exactly six fields or a value is out of range.
+std::string formattedLunarFields(std::string_view text);
+// "year-month-day" from fields 3, 4, 5; "month-day" when the year is below 1.
 std::string formattedIslamic(std::string_view text);
 std::string formattedHebrew(std::string_view text);
 

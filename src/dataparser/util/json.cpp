@@ -254,9 +254,8 @@ bool View::boolean() const {
   return false;
 }
 
-std::int64_t View::integerFromText() const {
-  if (!isString()) return integer();
-  std::string_view text = trimLeadingSpace(string());
+std::int64_t integerFromText(std::string_view text) {
+  text = trimLeadingSpace(text);
   bool negative = false;
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
     negative = text.front() == '-';
@@ -273,6 +272,11 @@ std::int64_t View::integerFromText() const {
     value = value * 10 + digit;
   }
   return negative ? -value : value;
+}
+
+std::int64_t View::integerFromText() const {
+  if (!isString()) return integer();
+  return json::integerFromText(string());
 }
 
 double View::numberFromText() const {

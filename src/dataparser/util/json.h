@@ -235,4 +235,9 @@ Value parseFile(const std::string& path, std::string* error = nullptr);
 // large texts can reserve this much extra capacity so that `parse(std::string&&)` copies nothing.
 std::size_t paddingBytes();
 
+// The integer at the start of a text, read like the platform's text-to-integer conversion:
+// leading white space and a sign allowed, reading stops at the first other character, "" and
+// "abc" give 0, values beyond the int64 range saturate.
+std::int64_t integerFromText(std::string_view text);
+
 }  // namespace dataparser::json
