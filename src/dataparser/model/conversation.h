@@ -16,6 +16,8 @@
 //     one-line summary (display keys for attachments), derived on first read and kept.
 //   - member pictures loaded on first read; a failed load is retried on the next read.
 //
+// Getters that an app reads lazily from its record (text, dates shown, attachment, identifier,
+// picture) are virtual, so the shared logic sees the app's values.
 // Ownership: items and lists hold std::shared_ptr; a message's attachment and picture are shared
 // with other lists. Lists are copied in and out by value.
 // Thread safety: built on the parsing thread; afterwards read from one thread at a time (lazy
@@ -49,25 +51,25 @@ class IOSBaseSingleItem : public IOSBaseItem {
   void setIsNotice(bool isNotice) { isNotice_ = isNotice; }
   std::uint64_t noticeType() const;
   void setNoticeType(std::uint64_t noticeType) { noticeType_ = noticeType; }
-  bool isAttachment() const;
+  virtual bool isAttachment() const;
   void setIsAttachment(bool isAttachment) { isAttachment_ = isAttachment; }
   // The record's "text" for a notice, read on first use and then kept.
   const std::string& strNotice() const;
   void setStrNotice(std::string strNotice) { strNotice_ = std::move(strNotice); }
 
-  const std::string& belong() const { return belong_; }
+  virtual const std::string& belong() const { return belong_; }
   void setBelong(std::string belong) { belong_ = std::move(belong); }
-  const std::string& text() const { return text_; }
+  virtual const std::string& text() const { return text_; }
   void setText(std::string text) { text_ = std::move(text); }
   const OptionalDate& sendDate() const { return sendDate_; }
   void setSendDate(OptionalDate sendDate) { sendDate_ = sendDate; }
-  const std::string& strSendDate() const { return strSendDate_; }
+  virtual const std::string& strSendDate() const { return strSendDate_; }
   void setStrSendDate(std::string strSendDate) { strSendDate_ = std::move(strSendDate); }
   const std::string& from() const { return from_; }
   void setFrom(std::string from) { from_ = std::move(from); }
   const std::string& to() const { return to_; }
   void setTo(std::string to) { to_ = std::move(to); }
-  const AttachmentPtr& attachment() const { return attachment_; }
+  virtual const AttachmentPtr& attachment() const { return attachment_; }
   void setAttachment(AttachmentPtr attachment) { attachment_ = std::move(attachment); }
   bool isReceived() const { return isReceived_; }
   void setIsReceived(bool isReceived) { isReceived_ = isReceived; }
@@ -171,7 +173,7 @@ class IOSBaseSessionItem : public IOSBaseItem {
   // Forgets the derived fields (deletion state, recent date, texts) after `contents` changed.
   void resetRecentFields();
 
-  const std::string& identifier() const { return identifier_; }
+  virtual const std::string& identifier() const { return identifier_; }
   void setIdentifier(std::string identifier) { identifier_ = std::move(identifier); }
   const std::string& name() const { return name_; }
   void setName(std::string name) { name_ = std::move(name); }
@@ -192,7 +194,7 @@ class IOSBaseSessionItem : public IOSBaseItem {
   void setImagePath(std::string path) { imagePath_ = std::move(path); }
   const std::string& thumbPath() const { return thumbPath_; }
   void setThumbPath(std::string path) { thumbPath_ = std::move(path); }
-  const ImagePtr& image() const { return image_; }
+  virtual const ImagePtr& image() const { return image_; }
   void setImage(ImagePtr image) { image_ = std::move(image); }
 
   std::string_view className() const override { return "IOSBaseSessionItem"; }
