@@ -8,6 +8,8 @@
 #include <system_error>
 
 #include "dataparser/core/file_helper.h"
+#include "dataparser/model/describable.h"
+#include "dataparser/util/image.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser::fuzz {
@@ -48,6 +50,46 @@ std::string FuzzEnvironment::writeFile(std::string_view relative, std::string_vi
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(content.data(), static_cast<std::streamsize>(content.size()));
   return path.string();
+}
+
+namespace {
+
+// Counts fields and touches each value, so that nothing read is optimised away.
+class CountingVisitor final : public FieldVisitor {
+ public:
+  std::size_t fields = 0;
+  std::size_t bytes = 0;
+
+ protected:
+  void onNull(std::string_view) override { ++fields; }
+  void onString(std::string_view, std::string_view value) override {
+    ++fields;
+    bytes += value.size();
+  }
+  void onInteger(std::string_view, std::int64_t) override { ++fields; }
+  void onUnsigned(std::string_view, std::uint64_t) override { ++fields; }
+  void onDouble(std::string_view, double) override { ++fields; }
+  void onBool(std::string_view, bool) override { ++fields; }
+  void onDate(std::string_view, Date) override { ++fields; }
+  void onImage(std::string_view, const Image& image) override {
+    ++fields;
+    check(image.width() > 0 && image.height() > 0, "a loaded picture has a size");
+  }
+  void onObjectBegin(std::string_view, std::string_view className) override {
+    ++fields;
+    check(!className.empty(), "every model object names its class");
+  }
+  void onObjectEnd() override {}
+  void onArrayBegin(std::string_view) override { ++fields; }
+  void onArrayEnd() override {}
+};
+
+}  // namespace
+
+std::size_t describeAll(const Describable& object) {
+  CountingVisitor visitor;
+  visitor.field(std::string_view(), &object);
+  return visitor.fields;
 }
 
 void check(bool condition, const char* what) {

@@ -5,6 +5,9 @@
 // no input can make the library write anywhere else; the run log and the system log drop their
 // lines, so that logging costs nothing and stderr stays readable. The folder is removed at exit.
 //
+// `describeAll` reads every field of a model object through its getters, as the CLI's export
+// does, so that lazy fields are computed on the fuzz input too.
+//
 // `check` is the targets' assertion: it aborts, so libFuzzer records the input as a crash even
 // in builds without assertions.
 //
@@ -16,6 +19,10 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+namespace dataparser {
+class Describable;
+}
 
 namespace dataparser::fuzz {
 
@@ -36,6 +43,10 @@ class FuzzEnvironment {
 
   std::string root_;
 };
+
+// Visits every field of `object` (nested objects and lists included); returns the number of
+// fields seen.
+std::size_t describeAll(const Describable& object);
 
 // Aborts with `what` on stderr when `condition` is false.
 void check(bool condition, const char* what);
