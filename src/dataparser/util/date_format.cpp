@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <vector>
@@ -83,15 +84,17 @@ class DateCodec {
         static_cast<int>(time.minutes().count()),
         static_cast<int>(time.seconds().count()),
     };
-    std::string out;
-    out.reserve(printedSize_ + 2);
+    std::string out(printedSize_, '\0');  // the most this pattern can print
+    char* cursor = out.data();
     for (const Token& token : tokens_) {
       if (token.field == Field::kLiteral) {
-        out += token.literal;
+        cursor = std::copy(token.literal.begin(), token.literal.end(), cursor);
       } else {
-        appendPadded(out, values[static_cast<std::size_t>(token.field)], widthOf(token.field));
+        cursor = writePadded(cursor, values[static_cast<std::size_t>(token.field)],
+                             widthOf(token.field));
       }
     }
+    out.resize(static_cast<std::size_t>(cursor - out.data()));
     return out;
   }
 
@@ -123,7 +126,7 @@ class DateCodec {
       const Field field = fieldOf(c, run);
       if (field == Field::kLiteral) return false;
       tokens_.push_back({field, {}});
-      printedSize_ += run;
+      printedSize_ += run + (field == Field::kYear ? 1 : 0);  // years past 9999
       i += run;
     }
     return true;
@@ -156,7 +159,8 @@ class DateCodec {
     printedSize_ += text.size();
   }
 
-  static void appendPadded(std::string& out, int value, int width) {
+  // Writes `value` (0..99999) with at least `width` digits; returns the end.
+  static char* writePadded(char* out, int value, int width) {
     char digits[12];
     int count = 0;
     do {
@@ -164,9 +168,10 @@ class DateCodec {
       value /= 10;
     } while (value > 0);
     for (int pad = width - count; pad > 0; --pad)
-      out += '0';
+      *out++ = '0';
     while (count > 0)
-      out += digits[--count];
+      *out++ = digits[--count];
+    return out;
   }
 
   static int offsetAt(sys_seconds utc, DateZone zone) {

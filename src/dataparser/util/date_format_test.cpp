@@ -130,6 +130,9 @@ TEST(DateFormatTest, DatesPrintInUtcAndInTheLocalZone) {
   EXPECT_EQ(stringWithDateFormatter(utc(1969, 12, 31, 23, 59, 59) + milliseconds(500)),
             "1969/12/31 23:59:59");
   EXPECT_EQ(stringWithDateFormatter(date, "dd MMM"), "");
+  // Years past 9999 print in full, however often the pattern repeats them.
+  EXPECT_EQ(stringWithDateFormatter(utc(12345, 6, 7), "yyyy|yyyy|yyyy"), "12345|12345|12345");
+  EXPECT_EQ(stringWithDateFormatter(utc(987, 6, 7), "yyyy-MM-dd"), "0987-06-07");
 
   {
     LocalZone zone("EST5EDT,M3.2.0,M11.1.0");  // New York rules

@@ -13,12 +13,17 @@ using vips::VSource;
 constexpr std::int64_t kMaxDecodedPixels = 100'000'000;
 constexpr int kUnboundedWidth = 10'000'000;  // thumbnails are bounded by their height only
 
+void dropMessage(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
+
 // Starts libvips once per process. Its operation cache is switched off: it keys loads by file
-// name, so a picture rewritten at the same path would come back stale.
+// name, so a picture rewritten at the same path would come back stale. Its warnings about
+// damaged pictures are dropped: a damaged picture is an ordinary input here, and the calls
+// report it by giving nothing.
 bool vipsReady() {
   static const bool ready = [] {
     if (VIPS_INIT("dataparser") != 0) return false;
     vips_cache_set_max(0);
+    g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, dropMessage, nullptr);
     return true;
   }();
   return ready;
