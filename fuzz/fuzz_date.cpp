@@ -21,7 +21,7 @@
 #include <string_view>
 
 #include "dataparser/util/date_format.h"
-#include "fuzz/fuzz_support.h"
+#include "fuzz/harness.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "dataparser/util/json.h"
-#include "fuzz/fuzz_support.h"
+#include "fuzz/harness.h"
 
 namespace {
 

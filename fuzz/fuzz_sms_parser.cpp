@@ -18,7 +18,7 @@
 #include <string_view>
 
 #include "dataparser/parsers/messaging/sms.h"
-#include "fuzz/fuzz_support.h"
+#include "fuzz/harness.h"
 
 namespace {
 
