@@ -3,7 +3,8 @@
 // `FuzzEnvironment::instance()` sets the process up once, before the first input: a private
 // temporary folder holds the working root (application support), the caches folder and HOME, so
 // no input can make the library write anywhere else; the run log and the system log drop their
-// lines, so that logging costs nothing and stderr stays readable. The folder is removed at exit.
+// lines, so that logging costs nothing and stderr stays readable. A 1x1 PNG waits at
+// "{root}/pictures/pixel.png" for inputs that name a picture. The folder is removed at exit.
 //
 // `describeAll` reads every field of a model object through its getters, as the CLI's export
 // does, so that lazy fields are computed on the fuzz input too.
