@@ -10,3 +10,8 @@ target_link_libraries(generate_recording PRIVATE fmt::fmt CLI11::CLI11 dataparse
 add_executable(json_floor json_floor.cpp)
 dataparser_warnings(json_floor)
 target_link_libraries(json_floor PRIVATE simdjson::simdjson)
+
+# The whole scan through the coordinator and the replay engine.
+add_executable(scan_bench scan_bench.cpp)
+dataparser_warnings(scan_bench)
+target_link_libraries(scan_bench PRIVATE dataparser)

@@ -23,6 +23,8 @@ install(FILES "${PROJECT_BINARY_DIR}/dataparserConfig.cmake"
               "${PROJECT_SOURCE_DIR}/cmake/DataparserDependencies.cmake"
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dataparser)
 
+# The .pc file finds its prefix relative to itself, so the install can be moved.
+file(RELATIVE_PATH DATAPARSER_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/dataparser.pc.in"
                "${PROJECT_BINARY_DIR}/dataparser.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/dataparser.pc"

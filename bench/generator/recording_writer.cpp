@@ -36,6 +36,10 @@ std::string RecordingWriter::rootPath(std::string_view relative) {
   return fmt::format("{{{{ROOT}}}}/{}", relative);
 }
 
+std::string RecordingWriter::absolutePath(std::string_view relative) const {
+  return (fs::absolute(root_) / relative).lexically_normal().string();
+}
+
 fs::path RecordingWriter::file(std::string_view relative) const {
   fs::path path = root_ / relative;
   fs::create_directories(path.parent_path());

@@ -45,6 +45,9 @@ class RecordingWriter {
   const std::filesystem::path& root() const { return root_; }
   // "{{ROOT}}/" + relative: how a block names a file of the recording.
   static std::string rootPath(std::string_view relative);
+  // The absolute path of a file of the recording, for files named inside other files (which
+  // the replay does not rewrite).
+  std::string absolutePath(std::string_view relative) const;
   // Absolute path of a file below the recording (parents created).
   std::filesystem::path file(std::string_view relative) const;
   // Writes the next stream block with callback `code`.

@@ -56,8 +56,8 @@ struct Member {
   std::string last;
 };
 
-void writeConversation(JsonWriter& w, TextSource& source, std::int64_t id,
-                       std::int64_t messageCount, std::int64_t& clock) {
+void writeConversation(JsonWriter& w, const RecordingWriter& recording, TextSource& source,
+                       std::int64_t id, std::int64_t messageCount, std::int64_t& clock) {
   bool group = source.chance(0.2);
   std::vector<Member> members;
   int memberCount = group ? static_cast<int>(source.between(2, 8)) : 1;
@@ -110,7 +110,7 @@ void writeConversation(JsonWriter& w, TextSource& source, std::int64_t id,
         std::string file = poolFile(static_cast<int>(source.between(0, kAttachmentPool - 1)));
         w.StartObject();
         string(w, "media_path", "~/Library/SMS/Attachments/" + file.substr(file.rfind('/') + 1));
-        string(w, "media_backup_path", RecordingWriter::rootPath(file));
+        string(w, "media_backup_path", recording.absolutePath(file));
         w.EndObject();
       }
       w.EndArray();
@@ -151,7 +151,7 @@ GeneratedCounts generateSms(RecordingWriter& recording, const SmsOptions& option
       current->writer().StartArray();
       inCurrent = 0;
     }
-    writeConversation(current->writer(), source, c + 1, count, clock);
+    writeConversation(current->writer(), recording, source, c + 1, count, clock);
     counts.records += count;
     inCurrent += count;
     if (inCurrent >= options.messagesPerFile) closeCurrent();

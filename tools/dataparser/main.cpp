@@ -6,6 +6,8 @@
 
 #include "dataparser/core/file_helper.h"
 #include "dataparser/core/version.h"
+#include "tools/dataparser/download_command.h"
+#include "tools/dataparser/scan_command.h"
 
 int main(int argc, char** argv) {
   dataparser::setBundleIdentifier("org.dataparser.cli");
@@ -13,6 +15,8 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("dataparser ") + DataParserVersionString);
   app.require_subcommand(0, 1);
   // Subcommands register here.
+  dataparser::cli::addScanCommand(app);
+  dataparser::cli::addDownloadCommand(app);
   CLI11_PARSE(app, argc, argv);
   if (app.get_subcommands().empty()) {
     std::printf("dataparser %s\n", DataParserVersionString);

@@ -235,9 +235,10 @@ Value parseFile(const std::string& path, std::string* error = nullptr);
 // large texts can reserve this much extra capacity so that `parse(std::string&&)` copies nothing.
 std::size_t paddingBytes();
 
-// The integer at the start of a text, read like the platform's text-to-integer conversion:
-// leading white space and a sign allowed, reading stops at the first other character, "" and
-// "abc" give 0, values beyond the int64 range saturate.
+// The integer that a text holds, read like `View::integerFromText` reads a string: leading white
+// space and a sign allowed, reading stops at the first character that is not a digit, "" and
+// "abc" give 0, values beyond the int64 range saturate. For texts that do not come from JSON
+// (header values, file contents).
 std::int64_t integerFromText(std::string_view text);
 
 }  // namespace dataparser::json

@@ -1,0 +1,65 @@
+// A real HTTP(S) server on 127.0.0.1 inside the test process (cpp-httplib), for the downloader
+// tests, and a throw-away certificate authority for its TLS variant.
+//
+// Files added with addFile are served at "/files/{name}", honouring "Range: bytes=S-" (206 with
+// "Content-Range"). Faults are asked for per request through the query:
+//   dropAt=N           the connection is closed once the body reaches byte N of the file
+//   trickle=B&every=M  B bytes at a time, M milliseconds apart
+//   chunked=1          no "Content-Length": chunked transfer encoding
+//   chunked=1&contentRange=1   chunked, with only "Content-Range: bytes S-E/total" as a size
+//   ignoreRange=1      200 and the whole file whatever the "Range" header says
+//   status=N           status N with a short text body ("error page")
+// "/redirect/{rest}" answers 302 with "Location: /{rest}" (query kept).
+//
+// Every request is recorded (path, query, "Range" header). The server stops with the object;
+// trickling answers end early when it does.
+//
+// Thread safety: all functions may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dataparser::testing {
+
+// A certificate authority and a server certificate for 127.0.0.1 and localhost, made on the
+// spot (EC P-256 keys, valid for a day).
+struct TestCertificates {
+  std::string authorityPem;
+  std::string serverCertificatePem;
+  std::string serverKeyPem;
+
+  static TestCertificates make();
+};
+
+class HttpTestServer {
+ public:
+  struct Request {
+    std::string path;
+    std::string query;  // the raw query, without "?"
+    std::string range;  // the "Range" header, "" when absent
+  };
+
+  // Plain HTTP.
+  HttpTestServer();
+  // HTTPS with the given server certificate and key.
+  explicit HttpTestServer(const TestCertificates& certificates);
+  ~HttpTestServer();
+  HttpTestServer(const HttpTestServer&) = delete;
+  HttpTestServer& operator=(const HttpTestServer&) = delete;
+
+  void addFile(std::string name, std::string content);
+  // "http://127.0.0.1:{port}{pathAndQuery}" (https for the TLS server).
+  std::string url(std::string_view pathAndQuery) const;
+  int port() const;
+  std::vector<Request> requests() const;
+  void clearRequests();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dataparser::testing

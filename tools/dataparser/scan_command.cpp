@@ -1,0 +1,176 @@
+#include "tools/dataparser/scan_command.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <future>
+#include <memory>
+
+#include "dataparser/core/data_type.h"
+#include "dataparser/core/delegate.h"
+#include "dataparser/core/ios_data_parser.h"
+#include "dataparser/model/attachment.h"
+#include "dataparser/model/conversation.h"
+#include "tools/dataparser/scan_export.h"
+
+namespace dataparser::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// True when `folder` holds a recorded scan: a "stream" folder with at least one block file.
+bool isRecording(const fs::path& folder) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder / "stream", error)) {
+    std::string name = entry.path().filename().string();
+    if (name.size() > 7 && name[6] == '-' && (name.ends_with(".json") || name.ends_with(".null"))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Attachments reachable from one reported item: the item itself when it is an attachment, the
+// attachments of its messages when it is a conversation.
+std::size_t attachmentCount(const IOSBaseItem& item) {
+  if (dynamic_cast<const IOSAttachmentItem*>(&item) != nullptr) return 1;
+  std::size_t count = 0;
+  if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
+    for (const MessagePtr& message : session->contents()) {
+      if (message && message->isAttachment() && message->attachment()) ++count;
+    }
+  }
+  return count;
+}
+
+class ProgressBar {
+ public:
+  ProgressBar(std::FILE* err, bool enabled) : err_(err), enabled_(enabled && isatty(fileno(err))) {}
+  void draw(float value) {
+    if (!enabled_) return;
+    int percent = static_cast<int>(value * 100.0f + 0.5f);
+    if (percent == last_) return;
+    last_ = percent;
+    constexpr int kWidth = 40;
+    int filled = percent * kWidth / 100;
+    std::fprintf(err_, "\r[%.*s%*s] %3d%%", filled, "########################################",
+                 kWidth - filled, "", percent);
+    std::fflush(err_);
+  }
+  void done() {
+    if (enabled_ && last_ >= 0) std::fputc('\n', err_);
+  }
+
+ private:
+  std::FILE* err_;
+  bool enabled_;
+  int last_ = -1;
+};
+
+std::atomic<bool> gInterrupted = false;
+
+void printSummary(const ScanExport& scan, std::FILE* out) {
+  std::fprintf(out, "%-14s %-32s %10s %12s\n", "type", "name", "items", "attachments");
+  for (const auto& [type, items] : scan.lists()) {
+    std::size_t attachments = 0;
+    for (const ItemPtr& item : items) {
+      if (item) attachments += attachmentCount(*item);
+    }
+    std::string_view name = IOSDataTypeName(type);
+    std::fprintf(out, "%-14lld %-32.*s %10zu %12zu\n", static_cast<long long>(type),
+                 static_cast<int>(name.size()), name.data(), items.size(), attachments);
+  }
+}
+
+}  // namespace
+
+int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
+  std::error_code error;
+  fs::path folder = fs::absolute(options.folder, error);
+  if (error || !fs::is_directory(folder)) {
+    std::fprintf(err, "dataparser: %s is not a folder\n", options.folder.c_str());
+    return 1;
+  }
+  if (!isRecording(folder)) {
+    std::fprintf(err, "dataparser: %s is not a recorded scan (no stream/NNNNNN-CODE.json)\n",
+                 options.folder.c_str());
+    return 1;
+  }
+
+  auto scan = std::make_shared<ScanExport>();
+  auto bar = std::make_shared<ProgressBar>(err, options.progressBar);
+  auto ended = std::make_shared<std::promise<int>>();
+  auto observer = std::make_shared<IOSDataParserDelegate>();
+  observer->dataParseDidBegined = [scan](IOSDataParser&) { scan->began(); };
+  observer->parseProgress = [scan, bar](IOSDataParser&, float value) {
+    scan->progress(value);
+    bar->draw(value);
+  };
+  observer->didFetchedData = [scan](IOSDataParser&, ItemList items, IOSDataType type) {
+    scan->report(type, items);
+  };
+  // The first end report wins (a failed scan may still be followed by a finish).
+  auto endedOnce = std::make_shared<std::atomic<bool>>(false);
+  auto end = [scan, ended, endedOnce](IOSDataParser&, int status) {
+    if (endedOnce->exchange(true)) return;
+    scan->finish(status);
+    ended->set_value(status);
+  };
+  observer->didParseFinished = end;
+  observer->didParseError = end;
+
+  IOSDataParser& parser = IOSDataParser::shared();
+  parser.setDelegate(observer);
+  parser.setParseDeleted(options.deleted);
+  std::future<int> result = ended->get_future();
+  parser.startParseWithBackupPath(folder.string());
+
+  // Wait, turning Ctrl-C into a stop of the scan.
+  auto started = std::chrono::steady_clock::now();
+  while (result.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+    bool timedOut =
+        options.timeoutSeconds > 0 && std::chrono::steady_clock::now() - started >
+                                          std::chrono::duration<double>(options.timeoutSeconds);
+    if (gInterrupted.exchange(false) || timedOut) parser.stopParse();
+  }
+  int status = result.get();
+  bar->done();
+  parser.setDelegate({});
+
+  printSummary(*scan, out);
+  if (!options.jsonPath.empty()) {
+    std::string message;
+    if (!scan->write(options.jsonPath, &message)) {
+      std::fprintf(err, "dataparser: %s\n", message.c_str());
+      return 1;
+    }
+  }
+  switch (status) {
+    case 1:
+      std::fprintf(out, "scan finished\n");
+      return 0;
+    case 2:
+      std::fprintf(err, "dataparser: scan stopped\n");
+      return 2;
+    default:
+      std::fprintf(err, "dataparser: scan failed (status %d)\n", status);
+      return 1;
+  }
+}
+
+void addScanCommand(CLI::App& app) {
+  auto options = std::make_shared<ScanOptions>();
+  CLI::App* command = app.add_subcommand("scan", "Scan a recorded scan folder and summarise it");
+  command->add_option("folder", options->folder, "Recorded scan folder")->required();
+  command->add_flag("--deleted", options->deleted, "Keep data marked deleted");
+  command->add_option("--json", options->jsonPath, "Write the JSON export to this file");
+  command->callback([options] {
+    std::signal(SIGINT, [](int) { gInterrupted = true; });
+    int status = runScan(*options, stdout, stderr);
+    if (status != 0) throw CLI::RuntimeError(status);
+  });
+}
+
+}  // namespace dataparser::cli

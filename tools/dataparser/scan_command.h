@@ -1,0 +1,27 @@
+// `dataparser scan <folder>`: runs one scan of a recorded scan folder through the coordinator,
+// draws a progress bar on a terminal, prints a summary table and optionally writes the JSON
+// export. The command's logic is a plain function so that tests can run it in-process.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <string>
+
+namespace dataparser::cli {
+
+struct ScanOptions {
+  std::string folder;
+  bool deleted = false;       // keep items marked deleted
+  std::string jsonPath;       // write the export here when not empty
+  bool progressBar = true;    // draw the bar (only ever on a terminal)
+  double timeoutSeconds = 0;  // 0: wait as long as the scan takes
+};
+
+// Runs the scan; the summary goes to `out`, messages and the progress bar to `err`.
+// Exit status: 0 finished, 1 bad folder or failed scan, 2 stopped.
+int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err);
+
+void addScanCommand(CLI::App& app);
+
+}  // namespace dataparser::cli
