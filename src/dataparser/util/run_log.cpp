@@ -62,14 +62,17 @@ class SinkSlot {
   Factory makeDefault_;
 };
 
+// The slots are never destroyed: background tasks (the delayed engine release, the main
+// queue) may still log while the process exits and static objects are torn down.
 SinkSlot& runLogSlot() {
-  static SinkSlot slot(+[] { return makeFileLogSink(productDomainPath() + "/Logs/run.log"); });
-  return slot;
+  static SinkSlot* slot =
+      new SinkSlot(+[] { return makeFileLogSink(productDomainPath() + "/Logs/run.log"); });
+  return *slot;
 }
 
 SinkSlot& systemLogSlot() {
-  static SinkSlot slot(+[] { return makeStderrLogSink(); });
-  return slot;
+  static SinkSlot* slot = new SinkSlot(+[] { return makeStderrLogSink(); });
+  return *slot;
 }
 
 }  // namespace

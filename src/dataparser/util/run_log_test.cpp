@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -46,6 +48,42 @@ TEST(RunLogTest, FileSinkAppendsTimestampedLinesAndCreatesItsFolder) {
   // A file that cannot be opened gives a sink that drops lines instead of failing.
   auto broken = makeFileLogSink("/proc/forbidden/run.log");
   broken->write("dropped");
+}
+
+// Counts the lines it receives.
+class CountingSink final : public LogSink {
+ public:
+  void write(std::string_view) override { ++lines; }
+  std::atomic<int> lines = 0;
+};
+
+// Set in the exiting child below. This global is built before main, so it is destroyed after
+// every static object the library builds on first use: its destructor logs the way a background
+// task that outlives main does (the delayed engine release logs one second after its callback).
+// Leaves the process with 3 when the lines did not arrive.
+std::atomic<CountingSink*> gExitSink = nullptr;
+struct LogAfterStatics {
+  ~LogAfterStatics() {
+    CountingSink* sink = gExitSink.load();
+    if (sink == nullptr) return;
+    RunLog::writeData("late run-log line");
+    SystemLog::writeData("late system-log line");
+    if (sink->lines != 2) std::_Exit(3);
+  }
+} gLogAfterStatics;
+
+[[noreturn]] void exitWhileSomethingStillLogs() {
+  // The sink is owned by the logs alone, as a host's sink usually is.
+  auto sink = std::make_shared<CountingSink>();
+  gExitSink = sink.get();
+  RunLog::setSink(sink);
+  SystemLog::setSink(sink);
+  sink.reset();
+  std::exit(0);
+}
+
+TEST(RunLogDeathTest, LogsStillWorkWhileTheProcessExits) {
+  EXPECT_EXIT(exitWhileSomethingStillLogs(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
