@@ -61,10 +61,10 @@ summary() {
   [ "$crashes" -eq 0 ]
 }
 
-# Two targets at a time: the machine has two cores.
+# Two targets at a time by default (the machine has two cores); FUZZ_JOBS changes it.
 pids=()
 for target in "${targets[@]}"; do
-  while [ "$(jobs -rp | wc -l)" -ge 2 ]; do wait -n || true; done
+  while [ "$(jobs -rp | wc -l)" -ge "${FUZZ_JOBS:-2}" ]; do wait -n || true; done
   (
     start=$(date +%s)
     run_target "$target"
