@@ -47,7 +47,7 @@ class IOSBaseItem : public Describable {
 
   // "tag" of `rawData` when it is a string, else ""; read once, then cached.
   const std::string& tag() const;
-  void setTag(std::string tag) { tag_ = std::move(tag); }
+  void setTag(std::string tag) { storeTag(std::move(tag)); }
   bool isDeleted() const { return tag() == "deleted"; }
 
   std::int64_t isSelected() const { return selected_; }
@@ -68,10 +68,21 @@ class IOSBaseItem : public Describable {
   // under that name (a conversation's -1/0/1) overrides this so the field is listed once.
   virtual void describeIsDeleted(FieldVisitor& visitor) const;
 
+  // Fills the tag cache from the record's "tag" member when a subclass already found it while
+  // reading the record in one walk; the same as the first tag() call reading it. Does nothing
+  // once the tag is known.
+  void primeTag(json::View tag) const;
+
  private:
+  // Almost every tag is "" or "deleted"; those need no storage of their own.
+  enum class TagState : std::uint8_t { kUnread, kEmpty, kDeleted, kOther };
+  void storeTag(std::string tag) const;
+
   json::Value rawData_;
-  mutable std::optional<std::string> tag_;
+  // The text of a tag that is neither "" nor "deleted".
+  mutable std::unique_ptr<std::string> otherTag_;
   std::int64_t selected_ = 0;
+  mutable TagState tagState_ = TagState::kUnread;
   bool highlighed_ = false;
   bool dragHighlighted_ = false;
   bool visible_ = false;

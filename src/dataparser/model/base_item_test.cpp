@@ -42,6 +42,13 @@ TEST(BaseItemTest, TagIsCachedOnFirstRead) {
   auto fresh = IOSBaseItem::itemWithDictionary(plain);
   fresh->setRawData(deleted);  // replaced before the first read
   EXPECT_TRUE(fresh->isDeleted());
+
+  // Any tag text survives, including the switch between kept and shared ones.
+  for (const char* text : {"hidden", "", "deleted", "deleted ", "hidden"}) {
+    item->setTag(text);
+    EXPECT_EQ(item->tag(), text);
+    EXPECT_EQ(item->isDeleted(), std::string_view(text) == "deleted") << text;
+  }
 }
 
 TEST(BaseItemTest, DisplayFlagsStoreWhatTheyAreGiven) {

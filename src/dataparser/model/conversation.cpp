@@ -35,8 +35,32 @@ ImagePtr loadPicture(const std::string& path) {
 // --- IOSBaseSingleItem ---
 
 void IOSBaseSingleItem::initWithDictionary(const json::Value& dictionary) {
-  IOSBaseItem::initWithDictionary(dictionary);
-  flag_ = clampToInt32(rawData()["type"].integer());
+  initWithRecord(dictionary, dictionary["type"]);
+}
+
+void IOSBaseSingleItem::initWithRecord(const json::Value& record, json::View type) {
+  IOSBaseItem::initWithDictionary(record);
+  // Only an object's member counts (rawData is kept for objects only).
+  flag_ = record.isObject() ? clampToInt32(type.integer()) : 0;
+}
+
+const std::string& IOSBaseSingleItem::textField(TextField field) const {
+  static const std::string kEmpty;
+  return texts_ ? texts_->values[field] : kEmpty;
+}
+
+void IOSBaseSingleItem::storeTextField(TextField field, std::string value) const {
+  knownFields_ |= static_cast<std::uint8_t>(1U << field);
+  if (!texts_) {
+    if (value.empty()) return;
+    texts_ = std::make_unique<TextFields>();
+  }
+  texts_->values[field] = std::move(value);
+}
+
+void IOSBaseSingleItem::storeAttachment(AttachmentPtr attachment) const {
+  knownFields_ |= static_cast<std::uint8_t>(1U << kTextFieldCount);
+  attachment_ = std::move(attachment);
 }
 
 bool IOSBaseSingleItem::isNotice() const {
@@ -52,8 +76,10 @@ bool IOSBaseSingleItem::isAttachment() const {
 }
 
 const std::string& IOSBaseSingleItem::strNotice() const {
-  if (strNotice_.empty() && isNotice()) strNotice_ = rawData()["text"].stringCopy();
-  return strNotice_;
+  if (textField(kStrNoticeField).empty() && isNotice()) {
+    storeTextField(kStrNoticeField, rawData()["text"].stringCopy());
+  }
+  return textField(kStrNoticeField);
 }
 
 void IOSBaseSingleItem::describe(FieldVisitor& visitor) const {

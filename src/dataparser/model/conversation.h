@@ -55,22 +55,26 @@ class IOSBaseSingleItem : public IOSBaseItem {
   void setIsAttachment(bool isAttachment) { isAttachment_ = isAttachment; }
   // The record's "text" for a notice, read on first use and then kept.
   const std::string& strNotice() const;
-  void setStrNotice(std::string strNotice) { strNotice_ = std::move(strNotice); }
+  void setStrNotice(std::string strNotice) {
+    storeTextField(kStrNoticeField, std::move(strNotice));
+  }
 
-  virtual const std::string& belong() const { return belong_; }
-  void setBelong(std::string belong) { belong_ = std::move(belong); }
-  virtual const std::string& text() const { return text_; }
-  void setText(std::string text) { text_ = std::move(text); }
+  virtual const std::string& belong() const { return textField(kBelongField); }
+  void setBelong(std::string belong) { storeTextField(kBelongField, std::move(belong)); }
+  virtual const std::string& text() const { return textField(kTextField); }
+  void setText(std::string text) { storeTextField(kTextField, std::move(text)); }
   const OptionalDate& sendDate() const { return sendDate_; }
   void setSendDate(OptionalDate sendDate) { sendDate_ = sendDate; }
-  virtual const std::string& strSendDate() const { return strSendDate_; }
-  void setStrSendDate(std::string strSendDate) { strSendDate_ = std::move(strSendDate); }
+  virtual const std::string& strSendDate() const { return textField(kStrSendDateField); }
+  void setStrSendDate(std::string strSendDate) {
+    storeTextField(kStrSendDateField, std::move(strSendDate));
+  }
   const std::string& from() const { return from_; }
   void setFrom(std::string from) { from_ = std::move(from); }
-  const std::string& to() const { return to_; }
-  void setTo(std::string to) { to_ = std::move(to); }
+  const std::string& to() const { return textField(kToField); }
+  void setTo(std::string to) { storeTextField(kToField, std::move(to)); }
   virtual const AttachmentPtr& attachment() const { return attachment_; }
-  void setAttachment(AttachmentPtr attachment) { attachment_ = std::move(attachment); }
+  void setAttachment(AttachmentPtr attachment) { storeAttachment(std::move(attachment)); }
   bool isReceived() const { return isReceived_; }
   void setIsReceived(bool isReceived) { isReceived_ = isReceived; }
   bool isSendSuccess() const { return isSendSuccess_; }
@@ -85,23 +89,54 @@ class IOSBaseSingleItem : public IOSBaseItem {
   std::string_view className() const override { return "IOSBaseSingleItem"; }
   void describe(FieldVisitor& visitor) const override;
 
+ protected:
+  // Keeps the record as rawData and sets `flag` from `type`, the record's "type" member that a
+  // subclass already found (initWithDictionary looks it up itself).
+  void initWithRecord(const json::Value& record, json::View type);
+
+  // The text fields that most messages never fill, or that an app works out only when they are
+  // first read. They share one block allocated for the first non-empty value, so a message
+  // without them carries one pointer instead of five strings. An app's lazy getter asks
+  // `hasTextField` whether the value is known (worked out before, or given to the setter, which
+  // always wins) and otherwise fills it with `storeTextField`:
+  //   if (!hasTextField(kTextField)) storeTextField(kTextField, readTextFromRecord());
+  //   return textField(kTextField);
+  enum TextField : std::uint8_t {
+    kBelongField,
+    kTextField,
+    kStrSendDateField,
+    kToField,
+    kStrNoticeField,
+    kTextFieldCount,
+  };
+  bool hasTextField(TextField field) const { return (knownFields_ >> field) & 1U; }
+  // The stored value; "" when none is stored.
+  const std::string& textField(TextField field) const;
+  void storeTextField(TextField field, std::string value) const;
+
+  // The same for `attachment`, which apps may build on first read.
+  bool hasAttachment() const { return (knownFields_ >> kTextFieldCount) & 1U; }
+  void storeAttachment(AttachmentPtr attachment) const;
+
  private:
-  std::string belong_;
-  std::string text_;
+  struct TextFields {
+    std::string values[kTextFieldCount];
+  };
+
+  mutable std::unique_ptr<TextFields> texts_;
   OptionalDate sendDate_;
-  std::string strSendDate_;
   std::string from_;
-  std::string to_;
-  bool isNotice_ = false;
+  mutable AttachmentPtr attachment_;
+  ImagePtr image_;
   std::uint64_t noticeType_ = 0;
-  mutable std::string strNotice_;
-  AttachmentPtr attachment_;
+  std::int32_t flag_ = 0;
+  // One bit per TextField, then one for the attachment: the value is known.
+  mutable std::uint8_t knownFields_ = 0;
+  bool isNotice_ = false;
   bool isAttachment_ = false;
   bool isReceived_ = false;
   bool isSendSuccess_ = false;
   bool isiMessage_ = false;
-  std::int32_t flag_ = 0;
-  ImagePtr image_;
 };
 
 using MessagePtr = std::shared_ptr<IOSBaseSingleItem>;

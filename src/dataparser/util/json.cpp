@@ -5,11 +5,20 @@
 #include <rapidjson/writer.h>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <limits>
+#include <memory>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace dataparser::json {
 
@@ -46,14 +55,41 @@ simdjson::dom::parser& threadParser() {
   return parser;
 }
 
+// Asks the system to back a large, freshly allocated buffer with huge pages where it can: a
+// scan fills hundreds of megabytes of document, and touching it 2 MiB at a time instead of
+// 4 KiB at a time saves most of the page-fault work. Only a hint; nothing changes when the
+// system declines.
+void adviseHugePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t bytes) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  if (bytes < 2 * kHugePage) return;
+  auto begin = reinterpret_cast<std::uintptr_t>(data);
+  auto end = begin + bytes;
+  begin = (begin + kHugePage - 1) & ~(kHugePage - 1);
+  end &= ~(kHugePage - 1);
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#endif
+}
+
+// Gives the document room for a text of `length` bytes before the parse fills it.
+simdjson::error_code prepareDocument(simdjson::dom::document& dom, std::size_t length) {
+  if (simdjson::error_code code = dom.allocate(length); code != simdjson::SUCCESS) return code;
+  adviseHugePages(dom.tape.get(), SIMDJSON_ROUNDUP_N(length + 3, 64) * sizeof(std::uint64_t));
+  adviseHugePages(dom.string_buf.get(),
+                  SIMDJSON_ROUNDUP_N(5 * length / 3 + simdjson::SIMDJSON_PADDING, 64));
+  return simdjson::SUCCESS;
+}
+
 Value parseBytes(const char* data, std::size_t length, bool padded, std::string* error) {
   auto document = std::make_shared<Document>();
-  simdjson::error_code code;
-  if (length > kLargeDocumentBytes) {
-    simdjson::dom::parser parser;
-    code = parser.parse_into_document(document->dom, data, length, !padded).error();
-  } else {
-    code = threadParser().parse_into_document(document->dom, data, length, !padded).error();
+  simdjson::error_code code = prepareDocument(document->dom, length);
+  if (code == simdjson::SUCCESS) {
+    if (length > kLargeDocumentBytes) {
+      simdjson::dom::parser parser;
+      code = parser.parse_into_document(document->dom, data, length, !padded).error();
+    } else {
+      code = threadParser().parse_into_document(document->dom, data, length, !padded).error();
+    }
   }
   if (code != simdjson::SUCCESS) {
     if (error) *error = simdjson::error_message(code);
@@ -68,6 +104,64 @@ Value parseBytes(const char* data, std::size_t length, bool padded, std::string*
   }
   return Value(std::move(document), root);
 }
+
+// A file's bytes followed by the decoder's padding. The document never points into the text,
+// so one thread refills the same buffer for every file it parses (a scan reads many large
+// files; reusing the pages spares the system clearing fresh ones for each). Files above
+// kLargeDocumentBytes get a buffer of their own that goes away after the parse.
+class FileText {
+ public:
+  simdjson::error_code load(const std::string& path) {
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                         &std::fclose);
+    if (!file) return simdjson::IO_ERROR;
+    // A folder opens on some systems and reports a nonsense size.
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) return simdjson::IO_ERROR;
+    if (std::fseek(file.get(), 0, SEEK_END) != 0) return simdjson::IO_ERROR;
+    long end = std::ftell(file.get());
+    if (end < 0) return simdjson::IO_ERROR;
+    std::rewind(file.get());
+    auto length = static_cast<std::size_t>(end);
+    if (!reserve(length)) return simdjson::MEMALLOC;
+    if (std::fread(data_, 1, length, file.get()) != length) return simdjson::IO_ERROR;
+    std::memset(data_ + length, 0, simdjson::SIMDJSON_PADDING);
+    length_ = length;
+    return simdjson::SUCCESS;
+  }
+  const char* data() const { return data_; }
+  std::size_t length() const { return length_; }
+
+ private:
+  bool reserve(std::size_t length) {
+    std::size_t needed = length + simdjson::SIMDJSON_PADDING;
+    if (length > kLargeDocumentBytes) {
+      own_.reset(new (std::nothrow) char[needed]);
+      data_ = own_.get();
+      return data_ != nullptr;
+    }
+    thread_local std::unique_ptr<char[]> shared;
+    thread_local std::size_t sharedCapacity = 0;
+    if (sharedCapacity < needed) {
+      shared.reset();
+      sharedCapacity = 0;
+      // Grow in large steps so that a series of growing files does not reallocate each time.
+      std::size_t capacity = std::max(needed, std::size_t{1} << 20);
+      capacity = std::max(capacity,
+                          std::min(needed * 2, kLargeDocumentBytes + simdjson::SIMDJSON_PADDING));
+      shared.reset(new (std::nothrow) char[capacity]);
+      if (!shared) return false;
+      sharedCapacity = capacity;
+      adviseHugePages(shared.get(), capacity);
+    }
+    data_ = shared.get();
+    return true;
+  }
+
+  std::unique_ptr<char[]> own_;
+  char* data_ = nullptr;
+  std::size_t length_ = 0;
+};
 
 std::int64_t saturate(double value) {
   if (std::isnan(value)) return 0;
@@ -180,6 +274,31 @@ View View::operator[](std::string_view key) const {
     i = document_->tape(i + 1).after_element();
   }
   return {};
+}
+
+void View::findFields(const std::string_view* keys, View* found, std::size_t count) const {
+  if (!isObject()) return;
+  std::size_t missing = count;
+  // Records of one kind list their members in the same order, and callers tend to ask in that
+  // order: trying the slot after the last match first finds most members at the first try.
+  std::size_t next = 0;
+  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  for (std::size_t i = tapeIndex_ + 1; i < end && missing > 0;) {
+    std::string_view key = document_->tape(i).get_string_view();
+    for (std::size_t tried = 0, k = next; tried < count; ++tried, k = k + 1 == count ? 0 : k + 1) {
+      const std::string_view& wanted = keys[k];
+      // A slot already filled keeps the first member of its name, as operator[] does.
+      if (found[k].document_ != nullptr || wanted.size() != key.size()) continue;
+      if (key.empty() ||
+          (wanted[0] == key[0] && std::memcmp(wanted.data(), key.data(), key.size()) == 0)) {
+        found[k] = Document::view(document_, i + 1);
+        --missing;
+        next = k + 1 == count ? 0 : k + 1;
+        break;
+      }
+    }
+    i = document_->tape(i + 1).after_element();
+  }
 }
 
 View View::at(std::size_t index) const {
@@ -387,13 +506,12 @@ Value parse(std::string&& text, std::string* error) {
 }
 
 Value parseFile(const std::string& path, std::string* error) {
-  simdjson::padded_string text;
-  simdjson::error_code code = simdjson::padded_string::load(path).get(text);
-  if (code != simdjson::SUCCESS) {
+  FileText text;
+  if (simdjson::error_code code = text.load(path); code != simdjson::SUCCESS) {
     if (error) *error = simdjson::error_message(code);
     return {};
   }
-  return parseBytes(text.data(), text.size(), /*padded=*/true, error);
+  return parseBytes(text.data(), text.length(), /*padded=*/true, error);
 }
 
 std::size_t paddingBytes() {

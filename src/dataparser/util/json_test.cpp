@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "tests/test_support.h"
+
 namespace dataparser::json {
 namespace {
 
@@ -118,6 +120,61 @@ TEST(JsonTest, RvalueParseAndWriterRoundTrip) {
   EXPECT_EQ(doc.view().toJsonText(), R"({"u":"é\n\"q\"","d":1.5,"l":[true,false,null,-1]})");
   EXPECT_EQ(parse(std::string_view("[1]")).view().toJsonText(true), "[\n  1\n]");
   EXPECT_EQ(View().toJsonText(), "");
+}
+
+TEST(JsonTest, FieldsFindWhatTheSubscriptFinds) {
+  // Members in another order than asked, a duplicate name, null, and keys that are prefixes of
+  // one another.
+  Value doc = parse(R"({"b":2,"a":1,"ab":"x","":"empty","a":9,"n":null,"o":{"a":5}})");
+  auto [a, ab, b, missing, empty, n, nested] = doc.fields({"a", "ab", "b", "zz", "", "n", "o"});
+  EXPECT_EQ(a.integer(), 1);  // the first member of that name
+  EXPECT_EQ(a, doc["a"]);
+  EXPECT_EQ(ab.string(), "x");
+  EXPECT_EQ(b.integer(), 2);
+  EXPECT_FALSE(missing.present());
+  EXPECT_EQ(missing.type(), Type::kAbsent);
+  EXPECT_EQ(empty.string(), "empty");
+  EXPECT_TRUE(n.isNull());
+  EXPECT_EQ(nested["a"].integer(), 5);
+  // Records of the same kind one after another: the order hint must not skip members.
+  Value list = parse(R"([{"x":1,"y":2,"z":3},{"z":6,"y":5,"x":4},{"y":8}])");
+  const int expected[][3] = {{1, 2, 3}, {4, 5, 6}, {0, 8, 0}};
+  for (std::size_t i = 0; i < 3; ++i) {
+    auto [x, y, z] = list.at(i).fields({"x", "y", "z"});
+    EXPECT_EQ(x.integer(), expected[i][0]) << i;
+    EXPECT_EQ(y.integer(), expected[i][1]) << i;
+    EXPECT_EQ(z.integer(), expected[i][2]) << i;
+  }
+  // Not an object: every slot absent.
+  for (View v : {list.view(), doc["b"], View()}) {
+    auto [only] = v.fields({"x"});
+    EXPECT_EQ(only.type(), Type::kAbsent);
+  }
+}
+
+TEST(JsonTest, FilesParsedOneAfterAnotherKeepTheirOwnContent) {
+  testing::TempDir dir;
+  // A long file, then a short one read into the same buffer, then the first again.
+  std::string longText = R"({"items":[)";
+  for (int i = 0; i < 5000; ++i)
+    longText += (i ? "," : "") + std::to_string(i);
+  longText += "]}";
+  std::string longPath = dir.write("long.json", longText);
+  std::string shortPath = dir.write("short.json", R"({"k":"v"})");
+  std::string truncatedPath = dir.write("truncated.json", R"({"k":)");
+  Value first = parseFile(longPath);
+  Value second = parseFile(shortPath);
+  std::string error;
+  EXPECT_EQ(parseFile(truncatedPath, &error).type(), Type::kAbsent);
+  EXPECT_FALSE(error.empty());
+  EXPECT_EQ(first["items"].size(), 5000u);
+  EXPECT_EQ(first["items"].at(4999).integer(), 4999);
+  EXPECT_EQ(second["k"].string(), "v");
+  EXPECT_EQ(second.size(), 1u);
+  // A folder is not a file.
+  error.clear();
+  EXPECT_EQ(parseFile(dir.str(), &error).type(), Type::kAbsent);
+  EXPECT_FALSE(error.empty());
 }
 
 }  // namespace

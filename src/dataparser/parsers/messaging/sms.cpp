@@ -1,5 +1,7 @@
 #include "dataparser/parsers/messaging/sms.h"
 
+#include <array>
+
 #include "dataparser/core/file_helper.h"
 #include "dataparser/model/message_files.h"
 #include "dataparser/model/payload.h"
@@ -10,99 +12,190 @@
 namespace dataparser {
 namespace {
 
-// A path field: its string, or "" for null, absent and non-strings.
-std::string pathOf(json::View value) {
-  return value.stringCopy();
-}
-
 ImagePtr loadImage(ImagePtr& cache, const std::string& path) {
   if (!cache && !path.empty()) cache = Image::imageWithContentsOfFile(path);
   return cache;
 }
 
+const std::string kNoPath;
+
 }  // namespace
 
 // --- IOSSMSSingleItem ---
 
+class IOSSMSSingleItem::Record {
+ public:
+  // In the order in which the engine writes them, which makes the walk fastest.
+  enum Key {
+    kText,
+    kSubject,
+    kSendDate,
+    kIsFromMe,
+    kSendStatus,
+    kService,
+    kFromId,
+    kType,
+    kDuration,
+    kMediaInfo,
+    kMediaBackupPath,
+    kMediaPath,
+    kTag,
+  };
+
+  explicit Record(json::View record)
+      : members_(record.fields({"text", "subject", "send_date", "is_from_me", "send_status",
+                                "service", "from_id", "type", "duration", "media_info",
+                                "media_backup_path", "media_path", "tag"})) {}
+
+  json::View operator[](Key key) const { return members_[key]; }
+  bool hasText() const {
+    return !members_[kSubject].string().empty() || !members_[kText].string().empty();
+  }
+
+ private:
+  std::array<json::View, 13> members_;
+};
+
 void IOSSMSSingleItem::initWithDictionary(const json::Value& record) {
-  IOSBaseSingleItem::initWithDictionary(record);
-  readRecord(record);
-  attachmentPath_ = pathOf(record["media_backup_path"]);
-  attachmentDevPath_ = pathOf(record["media_path"]);
+  readRecord(record, Record(record.view()), record.view());
 }
 
 void IOSSMSSingleItem::initWithDictionary(const json::Value& record, json::View mediaEntry) {
-  IOSBaseSingleItem::initWithDictionary(record);
-  readRecord(record);
-  attachmentPath_ = pathOf(mediaEntry["media_backup_path"]);
-  attachmentDevPath_ = pathOf(mediaEntry["media_path"]);
+  readRecord(record, Record(record.view()), mediaEntry);
 }
 
-void IOSSMSSingleItem::readRecord(const json::Value& record) {
-  setIsReceived(record["is_from_me"].integer() == 0);
-  setIsSendSuccess(record["send_status"].integer() == 0);
-  setIsiMessage(record["service"].string() == "iMessage");
-  setFrom(record["from_id"].stringCopy());
-  setSendDate(dateWithDateFormatter(record["send_date"].string()));
-  type_ = record["type"].integer();
-  duration_ = static_cast<float>(record["duration"].number());
+// `mediaEntry` holds the attachment paths: the record itself, or one of its "media_info" entries.
+void IOSSMSSingleItem::readRecord(const json::Value& record, const Record& members,
+                                  json::View mediaEntry) {
+  initWithRecord(record, members[Record::kType]);
+  setIsReceived(members[Record::kIsFromMe].integer() == 0);
+  setIsSendSuccess(members[Record::kSendStatus].integer() == 0);
+  setIsiMessage(members[Record::kService].string() == "iMessage");
+  setFrom(members[Record::kFromId].stringCopy());
+  setSendDate(dateWithDateFormatter(members[Record::kSendDate].string()));
+  duration_ = static_cast<float>(members[Record::kDuration].number());
+  json::View local = members[Record::kMediaBackupPath];
+  json::View device = members[Record::kMediaPath];
+  if (mediaEntry != record.view()) {
+    auto [entryLocal, entryDevice] = mediaEntry.fields({"media_backup_path", "media_path"});
+    local = entryLocal;
+    device = entryDevice;
+  }
+  setAttachmentPath(local.stringCopy());
+  setAttachmentDevPath(device.stringCopy());
+}
+
+void IOSSMSSingleItem::appendMessagesOfRecord(const json::Value& record, bool parseDeleted,
+                                              MessageList& messages) {
+  Record members(record.view());
+  auto make = [&](json::View mediaEntry) {
+    auto message = std::make_shared<IOSSMSSingleItem>();
+    message->readRecord(record, members, mediaEntry);
+    return message;
+  };
+  // Every message of a record shares the record's tag.
+  auto dropped = [&](const IOSSMSSingleItem& message) {
+    if (parseDeleted) return false;
+    message.primeTag(members[Record::kTag]);
+    return message.isDeleted();
+  };
+  json::View mediaInfo = members[Record::kMediaInfo];
+  if (mediaInfo.size() == 0) {
+    auto message = make(record.view());
+    if (dropped(*message)) return;
+    if (members.hasText() || message->attachment()) messages.push_back(std::move(message));
+    return;
+  }
+  for (json::View entry : mediaInfo.elements()) {
+    auto message = make(entry);
+    if (dropped(*message)) break;  // the whole record is deleted
+    if (message->attachment()) messages.push_back(std::move(message));
+  }
+  if (!members[Record::kText].string().empty()) {
+    auto message = make(record.view());
+    if (dropped(*message)) return;
+    messages.push_back(std::move(message));
+  }
 }
 
 bool IOSSMSSingleItem::hasText() const {
-  return !rawData()["subject"].string().empty() || !rawData()["text"].string().empty();
+  return Record(rawData().view()).hasText();
 }
 
 const std::string& IOSSMSSingleItem::text() const {
-  if (!text_) {
-    std::string_view subject = rawData()["subject"].string();
-    std::string_view body = rawData()["text"].string();
-    if (subject.empty()) {
-      text_ = std::string(body);
+  if (!hasTextField(kTextField)) {
+    auto [subject, body] = rawData().fields({"subject", "text"});
+    if (subject.string().empty()) {
+      storeTextField(kTextField, body.stringCopy());
     } else {
-      text_ = std::string(subject) + "\n" + std::string(body);
+      storeTextField(kTextField, std::string(subject.string()) + "\n" + std::string(body.string()));
     }
   }
-  return *text_;
+  return textField(kTextField);
 }
 
 const std::string& IOSSMSSingleItem::strSendDate() const {
-  if (!strSendDate_) {
-    strSendDate_ = sendDate() ? stringWithDateFormatter(*sendDate(), kDefaultDateFormat) : "";
+  if (!hasTextField(kStrSendDateField)) {
+    storeTextField(kStrSendDateField,
+                   sendDate() ? stringWithDateFormatter(*sendDate(), kDefaultDateFormat) : "");
   }
-  return *strSendDate_;
+  return textField(kStrSendDateField);
 }
 
 const std::string& IOSSMSSingleItem::belong() const {
-  if (!belong_) belong_ = rawData()["belong_number"].stringCopy();
-  return *belong_;
+  if (!hasTextField(kBelongField)) {
+    storeTextField(kBelongField, rawData()["belong_number"].stringCopy());
+  }
+  return textField(kBelongField);
+}
+
+IOSSMSSingleItem::AttachmentPaths& IOSSMSSingleItem::paths() {
+  if (!paths_) paths_ = std::make_unique<AttachmentPaths>();
+  return *paths_;
+}
+
+const std::string& IOSSMSSingleItem::attachmentPath() const {
+  return paths_ ? paths_->local : kNoPath;
+}
+
+void IOSSMSSingleItem::setAttachmentPath(std::string path) {
+  if (paths_ || !path.empty()) paths().local = std::move(path);
+}
+
+const std::string& IOSSMSSingleItem::attachmentDevPath() const {
+  return paths_ ? paths_->device : kNoPath;
+}
+
+void IOSSMSSingleItem::setAttachmentDevPath(std::string path) {
+  if (paths_ || !path.empty()) paths().device = std::move(path);
 }
 
 bool IOSSMSSingleItem::isAttachment() const {
-  return type_ != 0 || !attachmentPath_.empty() || !attachmentDevPath_.empty();
+  return flag() != 0 || !attachmentPath().empty() || !attachmentDevPath().empty();
 }
 
 const AttachmentPtr& IOSSMSSingleItem::attachment() const {
-  if (!attachment_) {
+  if (!hasAttachment()) {
     AttachmentPtr made;
-    if (!attachmentPath_.empty() || !attachmentDevPath_.empty()) {
+    if (!attachmentPath().empty() || !attachmentDevPath().empty()) {
       made = IOSBaseItem::itemWithDictionary<IOSAttachmentItem>(rawData());
-      made->setLocalPath(attachmentPath_);
-      made->setDevicePath(attachmentDevPath_);
+      made->setLocalPath(attachmentPath());
+      made->setDevicePath(attachmentDevPath());
       if (made->type() == kAttachmentAudio) {
         auto voice = std::make_shared<VoiceItem>();
         voice->setDuration(duration_);
         made->setVoice(std::move(voice));
       }
     }
-    attachment_ = std::move(made);
+    storeAttachment(std::move(made));
   }
-  return *attachment_;
+  return IOSBaseSingleItem::attachment();
 }
 
 void IOSSMSSingleItem::describe(FieldVisitor& visitor) const {
   IOSBaseSingleItem::describe(visitor);
-  visitor.field("attachmentPath", attachmentPath_);
-  visitor.field("attachmentDevPath", attachmentDevPath_);
+  visitor.field("attachmentPath", attachmentPath());
+  visitor.field("attachmentDevPath", attachmentDevPath());
   visitor.field("duration", duration_);
 }
 
@@ -145,25 +238,7 @@ void IOSSMSSessionItem::readMessages(const json::Value& record, bool parseDelete
   MessageList messages;
   for (json::View element : record["messages"].elements()) {
     if (!element.isObject()) continue;
-    json::Value object = record.sub(element);
-    json::View mediaInfo = element["media_info"];
-    if (mediaInfo.size() == 0) {
-      auto message = IOSBaseItem::itemWithDictionary<IOSSMSSingleItem>(object);
-      if (!parseDeleted && message->isDeleted()) continue;
-      if (message->hasText() || message->attachment()) messages.push_back(std::move(message));
-      continue;
-    }
-    for (json::View entry : mediaInfo.elements()) {
-      auto message = std::make_shared<IOSSMSSingleItem>();
-      message->initWithDictionary(object, entry);
-      if (!parseDeleted && message->isDeleted()) break;  // the whole record is deleted
-      if (message->attachment()) messages.push_back(std::move(message));
-    }
-    if (!element["text"].string().empty()) {
-      auto message = IOSBaseItem::itemWithDictionary<IOSSMSSingleItem>(object);
-      if (!parseDeleted && message->isDeleted()) continue;
-      messages.push_back(std::move(message));
-    }
+    IOSSMSSingleItem::appendMessagesOfRecord(record.sub(element), parseDeleted, messages);
   }
   sortBySendDate(messages);
   setContents(std::move(messages));

@@ -30,6 +30,13 @@ class IOSSMSSingleItem : public IOSBaseSingleItem {
   // The same record with the attachment paths of one "media_info" entry.
   void initWithDictionary(const json::Value& record, json::View mediaEntry);
 
+  // Appends the messages that one element of a conversation's "messages" becomes: without
+  // "media_info" entries one message, kept when it has words or an attachment; otherwise one
+  // message per entry that has an attachment, then one for the words when "text" is not empty.
+  // Deleted records are left out unless `parseDeleted`. The record is read in one walk.
+  static void appendMessagesOfRecord(const json::Value& record, bool parseDeleted,
+                                     MessageList& messages);
+
   // "%@\n%@" of a non-empty "subject" and "text", else "text"; read on first use.
   const std::string& text() const override;
   const std::string& strSendDate() const override;
@@ -39,10 +46,10 @@ class IOSSMSSingleItem : public IOSBaseSingleItem {
   // Built on first use when one of the attachment paths is set.
   const AttachmentPtr& attachment() const override;
 
-  const std::string& attachmentPath() const { return attachmentPath_; }
-  void setAttachmentPath(std::string path) { attachmentPath_ = std::move(path); }
-  const std::string& attachmentDevPath() const { return attachmentDevPath_; }
-  void setAttachmentDevPath(std::string path) { attachmentDevPath_ = std::move(path); }
+  const std::string& attachmentPath() const;
+  void setAttachmentPath(std::string path);
+  const std::string& attachmentDevPath() const;
+  void setAttachmentDevPath(std::string path);
   float duration() const { return duration_; }
   void setDuration(float duration) { duration_ = duration; }
 
@@ -53,16 +60,19 @@ class IOSSMSSingleItem : public IOSBaseSingleItem {
   void describe(FieldVisitor& visitor) const override;
 
  private:
-  void readRecord(const json::Value& record);
+  // The members of a message record that a message reads, found in one walk of the record.
+  class Record;
+  void readRecord(const json::Value& record, const Record& members, json::View mediaEntry);
 
-  std::string attachmentPath_;
-  std::string attachmentDevPath_;
+  // Only attachment messages have paths; the others carry an empty pointer.
+  struct AttachmentPaths {
+    std::string local;
+    std::string device;
+  };
+  AttachmentPaths& paths();
+
+  std::unique_ptr<AttachmentPaths> paths_;
   float duration_ = 0;
-  std::int64_t type_ = 0;
-  mutable std::optional<std::string> text_;
-  mutable std::optional<std::string> strSendDate_;
-  mutable std::optional<std::string> belong_;
-  mutable std::optional<AttachmentPtr> attachment_;
 };
 
 class IOSSMSSessionItem : public IOSBaseSessionItem {

@@ -176,6 +176,35 @@ TEST(SMSParserTest, VoiceAttachmentsCarryTheirDuration) {
   EXPECT_EQ(message->attachment()->size(), 4);
 }
 
+TEST(SMSParserTest, SettersWinOverWhatIsReadOnFirstUse) {
+  json::Value record = json::parse(R"({"subject": "S", "text": "T", "belong_number": "+1",
+      "send_date": "01-02-2020 03:04:05", "type": 0, "media_path": "/var/a.jpg", "tag": "deleted"})");
+  auto read = IOSBaseItem::itemWithDictionary<IOSSMSSingleItem>(record);
+  EXPECT_EQ(read->text(), "S\nT");
+  EXPECT_EQ(read->belong(), "+1");
+  EXPECT_EQ(read->strSendDate(), "01-02-2020 03:04:05");
+  EXPECT_EQ(read->attachmentPath(), "");
+  EXPECT_EQ(read->attachmentDevPath(), "/var/a.jpg");
+  EXPECT_TRUE(read->isDeleted());
+  ASSERT_TRUE(read->attachment());
+
+  auto set = IOSBaseItem::itemWithDictionary<IOSSMSSingleItem>(record);
+  set->setText("");
+  set->setBelong("+2");
+  set->setStrSendDate("today");
+  set->setAttachment(nullptr);
+  set->setAttachmentDevPath("");
+  EXPECT_EQ(set->text(), "");
+  EXPECT_EQ(set->belong(), "+2");
+  EXPECT_EQ(set->strSendDate(), "today");
+  EXPECT_FALSE(set->attachment());
+  EXPECT_FALSE(set->isAttachment());
+  EXPECT_EQ(set->to(), "");
+  set->setTo("+3");
+  EXPECT_EQ(set->to(), "+3");
+  EXPECT_EQ(set->belong(), "+2");  // one field does not disturb the others
+}
+
 TEST(SMSParserTest, BadInputLeavesTheRestIntact) {
   testing::LogCapture logs;
   TempDir dir;
