@@ -7,6 +7,7 @@
 #include "dataparser/model/payload.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/image.h"
+#include "dataparser/util/json_files.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
@@ -297,17 +298,22 @@ std::shared_ptr<IOSSMSParser> IOSSMSParser::parserWithJSONData(JSONData data, bo
                                                                bool deviceBackup) {
   auto parser = makeWithJSONData<IOSSMSParser>(data, parseDeleted, deviceBackup);
   if (!parser->rawData().isObject()) return parser;
+  std::vector<std::string> files;
   for (json::View path : parser->rawData()["sms_file_path"].elements()) {
-    if (parser->isStopParser()) break;
     std::string file = path.stringCopy();
-    if (fileExists(file)) parser->parseFile(file);
+    if (fileExists(file)) files.push_back(std::move(file));
   }
+  // The next file decodes while the conversations of this one are built.
+  json::forEachJsonFile(
+      files, [&parser](const std::string&, json::Value document, const std::string& error) {
+        if (parser->isStopParser()) return false;
+        parser->addSessionsOf(document, error);
+        return true;
+      });
   return parser;
 }
 
-void IOSSMSParser::parseFile(const std::string& path) {
-  std::string error;
-  json::Value document = json::parseFile(path, &error);
+void IOSSMSParser::addSessionsOf(const json::Value& document, const std::string& error) {
   if (!document.present()) {
     SystemLog::write(">>>SMS Parser ERROR: {}", error);
     return;

@@ -115,7 +115,8 @@ class IOSSMSParser : public IOSBaseParser {
   std::string_view className() const override { return "IOSSMSParser"; }
 
  private:
-  void parseFile(const std::string& path);
+  // Adds the conversations of one decoded message file; logs a file that did not decode.
+  void addSessionsOf(const json::Value& document, const std::string& error);
 };
 
 }  // namespace dataparser
