@@ -33,6 +33,7 @@
 #include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/core/package_engine.h"
+#include "dataparser/util/text.h"
 #include "fuzz/harness.h"
 
 namespace {
@@ -92,21 +93,6 @@ void installObserver(dp::IOSDataParserDelegate& observer) {
   };
 }
 
-std::string replaceAll(std::string_view text, std::string_view token, std::string_view with) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t at = 0;;) {
-    std::size_t found = text.find(token, at);
-    if (found == std::string_view::npos) {
-      out.append(text.substr(at));
-      return out;
-    }
-    out.append(text.substr(at, found - at));
-    out.append(with);
-    at = found + token.size();
-  }
-}
-
 // Leading decimal integer (optional '-'), saturated to int32; `rest` gets what follows.
 dp::CallbackTypeExtend readCode(std::string_view record, std::string_view& rest) {
   std::size_t i = 0;
@@ -147,7 +133,8 @@ void callback(std::string_view record) {
   std::string_view rest;
   const dp::CallbackTypeExtend code = readCode(record, rest);
   const bool nullText = rest.starts_with('n');
-  const std::string text = replaceAll(textOf(rest), "{{ROOT}}", FuzzEnvironment::instance().root());
+  const std::string text = dp::stringByReplacingOccurrences(textOf(rest), "{{ROOT}}",
+                                                            FuzzEnvironment::instance().root());
 
   if (code == 89) {
     // At most one delayed release at a time.
@@ -167,7 +154,8 @@ void runRecord(std::string_view record) {
       const char name = record.size() > 1 ? record[1] : '0';
       const std::string file = std::string("files/") + (name == '/' ? '_' : name) + ".json";
       FuzzEnvironment::instance().writeFile(
-          file, replaceAll(textOf(record), "{{ROOT}}", FuzzEnvironment::instance().root()));
+          file, dp::stringByReplacingOccurrences(textOf(record), "{{ROOT}}",
+                                                 FuzzEnvironment::instance().root()));
       return;
     }
     case 's':

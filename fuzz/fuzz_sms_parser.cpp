@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/util/text.h"
 #include "fuzz/harness.h"
 
 namespace {
@@ -25,21 +26,6 @@ namespace {
 using dataparser::fuzz::check;
 using dataparser::fuzz::FuzzEnvironment;
 namespace dp = dataparser;
-
-std::string replaceAll(std::string_view text, std::string_view token, std::string_view with) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t at = 0;;) {
-    std::size_t found = text.find(token, at);
-    if (found == std::string_view::npos) {
-      out.append(text.substr(at));
-      return out;
-    }
-    out.append(text.substr(at, found - at));
-    out.append(with);
-    at = found + token.size();
-  }
-}
 
 // A JSON string literal of a path made by the harness (no characters that need escaping but
 // the two JSON itself reserves).
@@ -89,8 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool deviceBackup = (switches & 2) != 0;
   const bool listedTwice = (switches & 4) != 0;
 
-  const std::string text =
-      replaceAll(dp::fuzz::asText(data + 1, size - 1), "{{ROOT}}", environment.root());
+  const std::string text = dp::stringByReplacingOccurrences(dp::fuzz::asText(data + 1, size - 1),
+                                                            "{{ROOT}}", environment.root());
   const std::string file = environment.writeFile("sms/chats.json", text);
 
   // The block also names files that do not exist, a folder and a non-string, as engines do.

@@ -18,6 +18,7 @@
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
+#include "dataparser/util/text.h"
 
 namespace dataparser {
 namespace {
@@ -152,18 +153,8 @@ std::string removeInvalidCharacterText(std::string_view text) {
       "\\udeed", "\\udd4a", "\\u000b56", "\\u000b", "\\u000b", "\\u038c", "\\u060aJ",
   };
   std::string cleaned(text);
-  for (std::string_view broken : kBroken) {
-    std::string next;
-    next.reserve(cleaned.size());
-    std::size_t from = 0;
-    for (std::size_t at = cleaned.find(broken); at != std::string::npos;
-         at = cleaned.find(broken, from)) {
-      next.append(cleaned, from, at - from);
-      from = at + broken.size();
-    }
-    next.append(cleaned, from, std::string::npos);
-    cleaned.swap(next);
-  }
+  for (std::string_view broken : kBroken)
+    cleaned = stringByReplacingOccurrences(cleaned, broken, "");
   return cleaned;
 }
 

@@ -12,6 +12,7 @@
 #include "dataparser/core/file_helper.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
+#include "dataparser/util/text.h"
 
 namespace dataparser {
 namespace {
@@ -60,13 +61,6 @@ std::string absoluteFolder(const std::string& folder) {
   return text;
 }
 
-void replaceAll(std::string& text, std::string_view token, std::string_view replacement) {
-  for (std::size_t at = text.find(token); at != std::string::npos;
-       at = text.find(token, at + replacement.size())) {
-    text.replace(at, token.size(), replacement);
-  }
-}
-
 // Writes the recording's "templates" folder, with every {{ROOT}} replaced by `root`, into a
 // fresh folder below `tempFolder`. The copy's path; "" when there are no templates or they
 // cannot be written.
@@ -84,7 +78,7 @@ std::string materializeTemplates(const std::string& root, const std::string& tem
     if (!it->is_regular_file(error)) continue;
     std::optional<std::string> text = readFile(it->path().string());
     if (!text) continue;
-    replaceAll(*text, kRootToken, root);
+    *text = stringByReplacingOccurrences(*text, kRootToken, root);
     fs::path target = copy / fs::relative(it->path(), templates, error);
     if (!createDirectories(target.parent_path().string()) ||
         !writeFileAtomically(target.string(), *text)) {
@@ -312,8 +306,10 @@ void ReplayEngine::run(Replay replay) {
     if (!block.null) {
       text = readFile(block.file);
       if (!text) continue;
-      if (!templates.empty()) replaceAll(*text, kTemplatesToken, templates);
-      replaceAll(*text, kRootToken, replay.root);
+      if (!templates.empty()) {
+        *text = stringByReplacingOccurrences(*text, kTemplatesToken, templates);
+      }
+      *text = stringByReplacingOccurrences(*text, kRootToken, replay.root);
     }
     send(replay, block.code, text ? &*text : nullptr);
     if (block.code == kScanFinished || block.code == kScanFailed) ended = true;

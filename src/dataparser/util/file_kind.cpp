@@ -86,16 +86,7 @@ std::optional<std::string> DPHelper::decodedWebpWithPath(const std::string& path
   std::string folder = path::appendingPathComponent(productDomainPath(), "data/thumbnail");
   if (!createDirectories(folder)) return std::nullopt;
   std::string name = path::safeComponent(imageName);
-  if (std::size_t found = name.find(".webp"); found != std::string::npos) {
-    // Every occurrence is replaced, as a plain text replacement does.
-    std::string replaced;
-    std::size_t from = 0;
-    for (; found != std::string::npos; found = name.find(".webp", from)) {
-      replaced.append(name, from, found - from).append(".png");
-      from = found + 5;
-    }
-    name = replaced.append(name, from);
-  }
+  name = stringByReplacingOccurrences(name, ".webp", ".png");
   std::optional<std::string> webp = readFile(path);
   if (!webp) return std::nullopt;
   std::optional<std::string> png = decodedWebpWithData(*webp);

@@ -135,6 +135,20 @@ std::optional<std::string> foldDiacritics(std::string_view text) {
   return std::string(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
 }
 
+std::string stringByReplacingOccurrences(std::string_view text, std::string_view target,
+                                         std::string_view replacement) {
+  if (target.empty()) return std::string(text);
+  std::string out;
+  out.reserve(text.size());
+  std::size_t from = 0;
+  for (std::size_t at = text.find(target); at != std::string_view::npos;
+       at = text.find(target, from)) {
+    out.append(text, from, at - from).append(replacement);
+    from = at + target.size();
+  }
+  return out.append(text, from, std::string_view::npos);
+}
+
 std::string md5String(std::string_view text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;

@@ -22,6 +22,11 @@ inline bool empty(std::string_view text) {
   return text.empty();
 }
 
+// `text` with every occurrence of `target` replaced by `replacement`, left to right, without
+// rescanning what was put in. An empty `target` changes nothing.
+std::string stringByReplacingOccurrences(std::string_view text, std::string_view target,
+                                         std::string_view replacement);
+
 // MD5 of the bytes as 32 lower-case hexadecimal digits.
 std::string md5String(std::string_view text);
 

@@ -111,3 +111,29 @@ TEST(TextTest, DiacriticFolding) {
 
 }  // namespace
 }  // namespace dataparser
+
+namespace dataparser {
+namespace {
+
+TEST(TextTest, ReplacingOccurrences) {
+  struct Case {
+    const char* text;
+    const char* target;
+    const char* replacement;
+    const char* expected;
+  };
+  const Case cases[] = {
+      {"a{{ROOT}}b{{ROOT}}", "{{ROOT}}", "/r", "a/rb/r"},
+      {"aaa", "aa", "b", "ba"},   // left to right, no overlap
+      {"xx", "x", "xx", "xxxx"},  // what was put in is not scanned again
+      {"abc", "", "z", "abc"},    // an empty target changes nothing
+      {"a.webp.webp", ".webp", ".png", "a.png.png"},
+      {"", "x", "y", ""},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(stringByReplacingOccurrences(c.text, c.target, c.replacement), c.expected) << c.text;
+  }
+}
+
+}  // namespace
+}  // namespace dataparser
