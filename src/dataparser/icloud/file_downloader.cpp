@@ -218,33 +218,31 @@ std::shared_ptr<DownloadTask> FileDownloader::makeTaskLocked() {
 }
 
 void FileDownloader::cancel() {
-  std::shared_ptr<DownloadTask> task;
-  std::shared_ptr<DownloadSession> session;
-  {
-    std::lock_guard lock(mutex_);
-    task = std::move(downloadTask_);
-    session = std::move(session_);
-  }
-  if (task) task->cancel();
-  if (session) session->invalidateAndCancel();
+  stopTransfer(/*forgetCallbacks=*/false);
 }
 
 void FileDownloader::suspend() {
+  stopTransfer(/*forgetCallbacks=*/true);
+  // A callback that is running right now on the MainQueue finishes before suspend returns.
+  std::lock_guard waitForCallback(callbackMutex_);
+}
+
+void FileDownloader::stopTransfer(bool forgetCallbacks) {
   std::shared_ptr<DownloadTask> task;
   std::shared_ptr<DownloadSession> session;
   {
     std::lock_guard lock(mutex_);
     task = std::move(downloadTask_);
     session = std::move(session_);
-    progressHandler_ = nullptr;
-    completionHandler_ = nullptr;
-    owner_ = nullptr;  // events already queued for the transfer are ignored from now on
-    fileHandle_.reset();
+    if (forgetCallbacks) {
+      progressHandler_ = nullptr;
+      completionHandler_ = nullptr;
+      owner_ = nullptr;  // events already queued for the transfer are ignored from now on
+      fileHandle_.reset();
+    }
   }
   if (task) task->cancel();
   if (session) session->invalidateAndCancel();
-  // A callback that is running right now on the MainQueue finishes before suspend returns.
-  std::lock_guard waitForCallback(callbackMutex_);
 }
 
 // --- Sizes, paths, dates ----------------------------------------------------------------------

@@ -147,6 +147,9 @@ class FileDownloader final : public DownloadTaskDelegate,
  private:
   std::int64_t expectedLengthLocked(const DownloadResponse& response) const;
   std::shared_ptr<DownloadTask> makeTaskLocked();
+  // Cancels the task and the session and drops both; with `forgetCallbacks`, also the callbacks
+  // and the claim on the cache file, so that nothing is reported afterwards.
+  void stopTransfer(bool forgetCallbacks);
   // Stops the running transfer: its body is no longer written, `failure` replaces its outcome.
   void abandonTransferLocked(const std::shared_ptr<DownloadTask>& task, DownloadError failure,
                              bool judgeCacheFile);
