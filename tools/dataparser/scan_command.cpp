@@ -11,6 +11,7 @@
 #include "dataparser/core/data_type.h"
 #include "dataparser/core/delegate.h"
 #include "dataparser/core/ios_data_parser.h"
+#include "dataparser/engine/replay_engine.h"
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
 #include "tools/dataparser/scan_export.h"
@@ -19,18 +20,6 @@ namespace dataparser::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-// True when `folder` holds a recorded scan: a "stream" folder with at least one block file.
-bool isRecording(const fs::path& folder) {
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder / "stream", error)) {
-    std::string name = entry.path().filename().string();
-    if (name.size() > 7 && name[6] == '-' && (name.ends_with(".json") || name.ends_with(".null"))) {
-      return true;
-    }
-  }
-  return false;
-}
 
 // Attachments reachable from one reported item: the item itself when it is an attachment, the
 // attachments of its messages when it is a conversation.
@@ -93,7 +82,7 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
     std::fprintf(err, "dataparser: %s is not a folder\n", options.folder.c_str());
     return 1;
   }
-  if (!isRecording(folder)) {
+  if (!ReplayEngine::isRecording(folder.string())) {
     std::fprintf(err, "dataparser: %s is not a recorded scan (no stream/NNNNNN-CODE.json)\n",
                  options.folder.c_str());
     return 1;

@@ -100,6 +100,17 @@ ReplayEngine::~ReplayEngine() {
     thread.detach();  // only our own, when run on it
 }
 
+bool ReplayEngine::isRecording(const std::string& folder) {
+  std::error_code error;
+  for (const fs::directory_entry& entry :
+       fs::directory_iterator(fs::path(folder) / "stream", error)) {
+    if (parseBlockName(entry.path().filename().string()) && entry.is_regular_file(error)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void ReplayEngine::record(std::string name, std::vector<std::string> arguments) {
   std::lock_guard lock(mutex_);
   calls_.push_back(Call{std::move(name), std::move(arguments)});

@@ -75,6 +75,9 @@ class ReplayEngine final : public PackageEngine {
   void AddPackageFile(const char* text, int length) override;
   void AddPackageFileFinish() override;
 
+  // True when `folder` holds a recording: a "stream" folder with at least one block file.
+  static bool isRecording(const std::string& folder);
+
   // Every call so far, in order.
   std::vector<Call> calls() const;
   // The calls named `name`, in order.
