@@ -1,10 +1,21 @@
 #!/usr/bin/env bash
-# The main job: builds the release tree and scans the bundled sample recording with the
-# command-line host, printing its summary and writing the JSON export to build/sample-export.json.
+# The main job: builds the release tree and scans every bundled sample recording under samples/
+# with the command-line host, printing each summary and writing each JSON export to
+# build/sample-exports/NAME.json. A sample whose folder name starts with "android-" is replayed
+# through the Android path (--android).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 cmake --preset release >/dev/null
 cmake --build --preset release
-build/release/tools/dataparser/dataparser scan samples/sms-demo --json build/sample-export.json
-echo "export written to build/sample-export.json"
+cli=build/release/tools/dataparser/dataparser
+mkdir -p build/sample-exports
+for sample in samples/*/; do
+  name=$(basename "$sample")
+  [ -d "$sample/stream" ] || continue
+  args=(scan "$sample" --json "build/sample-exports/$name.json")
+  case "$name" in android-*) args+=(--android) ;; esac
+  echo "== $name"
+  "$cli" "${args[@]}"
+  echo "export written to build/sample-exports/$name.json"
+done
