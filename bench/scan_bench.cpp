@@ -14,9 +14,9 @@
 #include <mutex>
 
 #include "dataparser/core/delegate.h"
-#include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/model/conversation.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
 
 int main(int argc, char** argv) {

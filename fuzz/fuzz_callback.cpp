@@ -30,9 +30,9 @@
 #include <string_view>
 
 #include "dataparser/core/callback_bridge.h"
-#include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/core/package_engine.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/text.h"
 #include "fuzz/harness.h"
 

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <system_error>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/model/describable.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/run_log.h"
 

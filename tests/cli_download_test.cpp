@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/http_test_server.h"
 #include "tests/test_support.h"
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
 #include "tests/test_support.h"
 

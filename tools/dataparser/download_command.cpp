@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "dataparser/icloud/file_downloader.h"
+#include "dataparser/net/file_downloader.h"
 
 namespace dataparser::cli {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/core/version.h"
+#include "dataparser/util/file_helper.h"
 #include "tools/dataparser/download_command.h"
 #include "tools/dataparser/scan_command.h"
 

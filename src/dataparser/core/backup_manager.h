@@ -55,4 +55,8 @@ class BackupManager {
   virtual void stopBackUp() = 0;
 };
 
+// The backup manager a coordinator uses until the host installs its own. The engine layer
+// defines it (a folder-copy manager), so that this layer names only the interface.
+std::shared_ptr<BackupManager> makeDefaultBackupManager();
+
 }  // namespace dataparser

@@ -14,8 +14,8 @@
 #include <mutex>
 #include <thread>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"

@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/engine/replay_engine.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/scan_support.h"
 
 namespace dataparser {

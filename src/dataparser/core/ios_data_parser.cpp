@@ -5,9 +5,7 @@
 #include <utility>
 
 #include "dataparser/core/callback_bridge.h"
-#include "dataparser/core/file_helper.h"
-#include "dataparser/engine/folder_backup_manager.h"
-#include "dataparser/engine/replay_engine.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 
@@ -35,14 +33,14 @@ IOSDataParser& IOSDataParser::shared() {
 }
 
 IOSDataParser::IOSDataParser()
-    : engine_(std::make_shared<ReplayEngine>()),
-      backupManager_(std::make_shared<FolderBackupManager>()),
+    : engine_(makeDefaultPackageEngine()),
+      backupManager_(makeDefaultBackupManager()),
       table_(DispatchTable::standard()) {}
 
 // ---- collaborators and fields ----------------------------------------------------------------
 
 void IOSDataParser::setPackageEngine(std::shared_ptr<PackageEngine> engine) {
-  if (!engine) engine = std::make_shared<ReplayEngine>();
+  if (!engine) engine = makeDefaultPackageEngine();
   std::lock_guard lock(mutex_);
   engine_.swap(engine);
 }
@@ -57,7 +55,7 @@ std::shared_ptr<PackageEngine> IOSDataParser::engine() const {
 }
 
 void IOSDataParser::setBackupManager(std::shared_ptr<BackupManager> manager) {
-  if (!manager) manager = std::make_shared<FolderBackupManager>();
+  if (!manager) manager = makeDefaultBackupManager();
   std::lock_guard lock(mutex_);
   backupManager_.swap(manager);
 }

@@ -10,9 +10,9 @@
 
 #include <fmt/format.h>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/engine/folder_backup_manager.h"
 #include "dataparser/engine/replay_engine.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/scan_support.h"
 
 namespace dataparser {

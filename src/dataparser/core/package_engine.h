@@ -16,6 +16,7 @@
 // while a scan runs; the other operations come from the thread that starts the scan.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "dataparser/core/data_type.h"
@@ -46,5 +47,9 @@ class PackageEngine {
   // Ends the input: the scan may run to its end.
   virtual void AddPackageFileFinish() = 0;
 };
+
+// The engine a coordinator uses until the host installs its own. The engine layer defines it
+// (a ReplayEngine), so that this layer names only the interface.
+std::shared_ptr<PackageEngine> makeDefaultPackageEngine();
 
 }  // namespace dataparser

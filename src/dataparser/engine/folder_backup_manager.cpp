@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -113,6 +113,10 @@ void FolderBackupManager::run(Request request, BackupManagerObserver* observer) 
                                           static_cast<float>(total));
   }
   finish(true, kBackupOK);
+}
+
+std::shared_ptr<BackupManager> makeDefaultBackupManager() {
+  return std::make_shared<FolderBackupManager>();
 }
 
 }  // namespace dataparser

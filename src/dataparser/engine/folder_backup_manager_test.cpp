@@ -5,7 +5,7 @@
 
 #include <mutex>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/scan_support.h"
 
 namespace dataparser {

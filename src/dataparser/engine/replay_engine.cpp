@@ -9,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/text.h"
@@ -358,6 +358,10 @@ void ReplayEngine::joinOthers() {
   }
   for (std::thread& thread : joinable)
     thread.join();
+}
+
+std::shared_ptr<PackageEngine> makeDefaultPackageEngine() {
+  return std::make_shared<ReplayEngine>();
 }
 
 }  // namespace dataparser

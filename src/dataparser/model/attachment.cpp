@@ -1,7 +1,7 @@
 #include "dataparser/model/attachment.h"
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/util/byte_count.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/file_kind.h"
 #include "dataparser/util/path.h"
 

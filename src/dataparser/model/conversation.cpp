@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 
 namespace dataparser {
 

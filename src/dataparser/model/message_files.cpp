@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {

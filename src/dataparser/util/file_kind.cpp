@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/regex.h"

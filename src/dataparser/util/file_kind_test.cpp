@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "tests/test_support.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/test_support.h"
 
 namespace dataparser {

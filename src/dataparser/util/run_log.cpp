@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 
 namespace dataparser {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <array>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/model/message_files.h"
 #include "dataparser/model/payload.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/run_log.h"

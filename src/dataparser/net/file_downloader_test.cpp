@@ -1,4 +1,4 @@
-#include "dataparser/icloud/file_downloader.h"
+#include "dataparser/net/file_downloader.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -15,7 +15,7 @@
 #include <set>
 #include <thread>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/main_queue.h"
 #include "tests/http_test_server.h"
 #include "tests/test_support.h"

@@ -1,4 +1,4 @@
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 
 #include <fcntl.h>
 #include <pwd.h>

@@ -1,4 +1,4 @@
-#include "dataparser/icloud/file_downloader.h"
+#include "dataparser/net/file_downloader.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -12,8 +12,8 @@
 #include <ctime>
 #include <filesystem>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/main_queue.h"
 #include "dataparser/util/path.h"

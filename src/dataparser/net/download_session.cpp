@@ -1,4 +1,4 @@
-#include "dataparser/icloud/download_session.h"
+#include "dataparser/net/download_session.h"
 
 #include <curl/curl.h>
 #include <fmt/core.h>

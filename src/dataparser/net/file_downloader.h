@@ -36,7 +36,7 @@
 #include <span>
 #include <string>
 
-#include "dataparser/icloud/download_session.h"
+#include "dataparser/net/download_session.h"
 #include "dataparser/util/date.h"
 
 namespace dataparser {
