@@ -262,7 +262,9 @@ std::size_t Worker::header(std::string_view line) {
       response_.url = url;
     }
   } else if ((line.front() == ' ' || line.front() == '\t') && !response_.headers.empty()) {
-    response_.headers.back().second += " " + std::string(text);  // folded continuation line
+    std::string& value = response_.headers.back().second;  // folded continuation line
+    value += ' ';
+    value += text;
   } else if (std::size_t colon = text.find(':'); colon != std::string_view::npos) {
     response_.headers.emplace_back(std::string(trimmed(text.substr(0, colon))),
                                    std::string(trimmed(text.substr(colon + 1))));
@@ -330,7 +332,10 @@ std::size_t Worker::body(const char* data, std::size_t size) {
 bool Worker::configure(char* errorBuffer) {
   const DownloadRequest& request = transfer_->request;
   for (const auto& [name, value] : request.headers) {
-    curl_slist* extended = curl_slist_append(headers_, (name + ": " + value).c_str());
+    std::string line = name;
+    line += ": ";
+    line += value;
+    curl_slist* extended = curl_slist_append(headers_, line.c_str());
     if (extended == nullptr) return false;
     headers_ = extended;
   }

@@ -62,9 +62,11 @@ std::int64_t contentRangeTotal(const DownloadResponse& response) {
 // only ever appears complete.
 bool copyBeside(const std::string& source, const std::string& destination, std::string* temporary,
                 int* code) {
+  std::string hidden = ".";
+  hidden += path::lastPathComponent(destination);
+  hidden += ".XXXXXX";
   std::string pattern =
-      path::appendingPathComponent(path::deletingLastPathComponent(destination),
-                                   "." + path::lastPathComponent(destination) + ".XXXXXX");
+      path::appendingPathComponent(path::deletingLastPathComponent(destination), hidden);
   int descriptor = ::mkstemp(pattern.data());
   if (descriptor < 0) {
     *code = errno;
