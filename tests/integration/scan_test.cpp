@@ -148,5 +148,18 @@ TEST(ScanIntegrationTest, FoldersThatCannotBeScanned) {
   }
 }
 
+TEST(ScanIntegrationTest, UnwritableExportStopsBeforeTheScan) {
+  TempDir dir;
+  ScanOptions options;
+  options.folder = sampleFolder();
+  options.jsonPath = dir.str() + "/missing/export.json";
+  std::FILE* out = std::tmpfile();
+  std::FILE* err = std::tmpfile();
+  EXPECT_EQ(runScan(options, out, err), 1);
+  EXPECT_EQ(contents(out), "");  // no summary: the scan never ran
+  EXPECT_NE(contents(err).find("dataparser: cannot write the JSON export to " + options.jsonPath),
+            std::string::npos);
+}
+
 }  // namespace
 }  // namespace dataparser::cli

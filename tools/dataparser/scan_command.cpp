@@ -88,6 +88,12 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
     return 1;
   }
 
+  if (std::string message;
+      !options.jsonPath.empty() && !ScanExport::canWrite(options.jsonPath, &message)) {
+    std::fprintf(err, "dataparser: %s\n", message.c_str());
+    return 1;
+  }
+
   auto scan = std::make_shared<ScanExport>();
   auto bar = std::make_shared<ProgressBar>(err, options.progressBar);
   auto ended = std::make_shared<std::promise<int>>();

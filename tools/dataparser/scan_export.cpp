@@ -1,11 +1,17 @@
 #include "tools/dataparser/scan_export.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <rapidjson/filewritestream.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "dataparser/util/image.h"
@@ -118,6 +124,28 @@ std::map<std::int64_t, ItemList> ScanExport::lists() const {
 int ScanExport::status() const {
   std::lock_guard lock(mutex_);
   return status_;
+}
+
+bool ScanExport::canWrite(const std::string& path, std::string* error) {
+  auto fail = [&](int code) {
+    if (error)
+      *error = fmt::format("cannot write the JSON export to {}: {}", path, std::strerror(code));
+    return false;
+  };
+  if (path.empty()) return fail(ENOENT);
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0) {
+    if (S_ISDIR(status.st_mode)) return fail(EISDIR);
+    int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (descriptor < 0) return fail(errno);
+    ::close(descriptor);
+    return true;
+  }
+  int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (descriptor < 0) return fail(errno);
+  ::close(descriptor);
+  ::unlink(path.c_str());
+  return true;
 }
 
 bool ScanExport::write(const std::string& path, std::string* error) const {

@@ -35,6 +35,11 @@ class ScanExport {
 
   // Writes the export to `path`; false (with `error`) when the file cannot be written.
   bool write(const std::string& path, std::string* error) const;
+  // Whether `path` can take the export, asked before a scan so that a long scan does not end in
+  // an export that cannot be written. An existing file is opened for writing but left as it is;
+  // a new one is created and removed again. False (with `error`) for a folder, a missing
+  // parent folder or a file system that refuses the write.
+  static bool canWrite(const std::string& path, std::string* error);
 
   // What was recorded, for the summary table.
   struct Report {

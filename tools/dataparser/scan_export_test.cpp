@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
 #include "tests/test_support.h"
 
@@ -84,6 +87,32 @@ TEST(ScanExportTest, ExportFileRecordsTheObserversView) {
 
   EXPECT_FALSE(scan.write(dir.str() + "/missing/folder/export.json", &error));
   EXPECT_FALSE(error.empty());
+}
+
+TEST(ScanExportTest, CanWriteAnswersBeforeTheScanAndLeavesNoTrace) {
+  testing::TempDir dir;
+  const std::string existing = dir.write("old.json", "keep me");
+  struct Case {
+    std::string path;
+    bool writable;
+  } cases[] = {
+      {dir.str() + "/new.json", true},
+      {existing, true},
+      {dir.str(), false},                           // a folder
+      {dir.str() + "/missing/export.json", false},  // no parent folder
+      {existing + "/export.json", false},           // a file as the parent
+      {"", false},
+  };
+  for (const Case& test : cases) {
+    std::string error;
+    EXPECT_EQ(ScanExport::canWrite(test.path, &error), test.writable) << test.path;
+    EXPECT_EQ(error.empty(), test.writable) << test.path << ": " << error;
+    if (!test.writable) {
+      EXPECT_NE(error.find(test.path), std::string::npos) << error;
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.str() + "/new.json"));  // the probe is removed
+  EXPECT_EQ(readFile(existing).value_or(""), "keep me");           // and an old file untouched
 }
 
 }  // namespace
