@@ -238,6 +238,11 @@ void IOSReminderItem::describe(FieldVisitor& visitor) const {
   visitor.field("attachmentsUUID", attachmentsUUID_);
   visitor.field("alarmsUUIDArr", alarmsUUIDArr_);
   visitor.field("alarmUUID", alarmUUID_);
+  visitor.field("latitude", latitude_);
+  visitor.field("longitude", longitude_);
+  visitor.field("radius", radius_);
+  visitor.field("interval", interval_);
+  visitor.field("freq", freq_);
 }
 
 // --- iCloudReminderListItem ---
