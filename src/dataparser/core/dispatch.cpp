@@ -5,6 +5,9 @@
 #include <utility>
 
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/personal/calendar.h"
+#include "dataparser/parsers/personal/note.h"
+#include "dataparser/parsers/personal/reminder.h"
 
 namespace dataparser {
 namespace {
@@ -60,8 +63,8 @@ std::vector<DispatchRow> standardRows() {
       media(IOSDataTypeKikOtherMedia, L::kKik, kResultKikAttachments),
       media(IOSDataTypeWhatsAppMedia, L::kWhatsapp, kResultWhatsAppAttachments),
       media(IOSDataTypeNoteMedia, L::kNote, kResultNoteAttachments),
-      // IOSOtherAccountNoteParser
-      made(IOSDataTypeOtherNote, kThree, kNotYetBuilt, kResultNoteAttachments),
+      made(IOSDataTypeOtherNote, kThree, factory3<IOSOtherAccountNoteParser>(),
+           kResultNoteAttachments),
       fed(IOSDataTypeKikMedia, S::kKikThumb, true),
       // IOSPhotoParser
       made(IOSDataTypePhoto, kTwo, kNotYetBuilt, kResultPhotoVideos),
@@ -79,11 +82,9 @@ std::vector<DispatchRow> standardRows() {
       made(IOSDataTypeSafariHistory, kTwo, kNotYetBuilt),
       // IOSCallHistoryParser
       made(IOSDataTypeCallHistory, kTwo, kNotYetBuilt, kResultCallHistory),
-      // IOSCalendarParser
-      made(IOSDataTypeCalendar, kTwo, kNotYetBuilt, kResultCalendarAttachments),
+      made(IOSDataTypeCalendar, kTwo, factory2<IOSCalendarParser>(), kResultCalendarAttachments),
       fed(IOSDataTypeReminder, S::kReminder, false, kResultReminderAttachments),
-      // IOSNoteParser
-      made(IOSDataTypeNote, kThree, kNotYetBuilt, kResultNoteAttachments, L::kNote),
+      made(IOSDataTypeNote, kThree, factory3<IOSNoteParser>(), kResultNoteAttachments, L::kNote),
       made(IOSDataTypeSMS, kThree, factory3<IOSSMSParser>(), kResultSMSAttachments),
       // IOSWhatsappParser
       made(IOSDataTypeWhatsApp, kThree, kNotYetBuilt, kResultWhatsAppAttachments, L::kWhatsapp),
@@ -112,7 +113,7 @@ std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
   makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
   makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;        // IOSVoiceMemoParser
-  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;         // IOSReminderParser
+  makers[static_cast<std::size_t>(S::kReminder)] = plainConstructor<IOSReminderParser>();
   return makers;
 }
 
