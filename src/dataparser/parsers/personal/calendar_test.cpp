@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/text.h"
 #include "tests/test_support.h"
 

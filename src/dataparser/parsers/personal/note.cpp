@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "dataparser/core/file_helper.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/path.h"

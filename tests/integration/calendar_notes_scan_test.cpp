@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using testing::TempDir;
 
 std::string sampleFolder() {
-  return (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples/personal-demo").lexically_normal();
+  return (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples/calendar-notes-demo").lexically_normal();
 }
 
 json::Value scanSample(bool deleted, const TempDir& dir, int* status) {
