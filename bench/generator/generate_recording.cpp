@@ -29,6 +29,8 @@ int main(int argc, char** argv) {
   app.add_option("--conversations", sms.conversations, "Number of conversations")
       ->check(CLI::PositiveNumber);
   app.add_option("--contacts", contacts.contacts, "Number of contacts")->check(CLI::PositiveNumber);
+  app.add_option("--contacts-per-file", contacts.contactsPerFile, "Contacts per contact file")
+      ->check(CLI::PositiveNumber);
   std::uint64_t seed = 1;
   app.add_option("--seed", seed, "Random seed");
   CLI11_PARSE(app, argc, argv);

@@ -424,6 +424,17 @@ void readICloudList(json::View record, std::string_view key, Make&& make, Set&& 
   if (!list.empty()) set(std::move(list));
 }
 
+// A sub-item of an iCloud contact. It carries the whole contact record, so that its own lazy
+// reads find nothing; its label text is kept, with the matching standard label as `orgLabel`.
+template <class T>
+std::shared_ptr<T> labelledSubItem(const json::Value& record, std::string label,
+                                   std::int64_t type) {
+  auto item = IOSBaseItem::itemWithDictionary<T>(record);
+  item->setOrgLabel(ContactSubItemInfo::standTypeWithLabel(label, type));
+  item->setLabel(std::move(label));
+  return item;
+}
+
 }  // namespace
 
 void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
@@ -443,14 +454,6 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
   setNote(decodedTextOf(r, "notes"));
   setBirthday(iCloudStringWithDateFormatter(r["birthday"].string(), kDefaultDateFormat));
 
-  // Each sub-item carries the whole contact record, so that its own lazy reads find nothing.
-  auto general = [&](std::string label, std::int64_t type) {
-    auto item = IOSBaseItem::itemWithDictionary<ContactGeneralInfo>(record);
-    item->setOrgLabel(ContactSubItemInfo::standTypeWithLabel(label, type));
-    item->setLabel(std::move(label));
-    return item;
-  };
-
   // Phones, dates, e-mails, related names and web addresses: kept with a value or a label.
   auto generalList = [&](std::string_view key, std::int64_t type, bool decode,
                          void (ContactGeneralInfo::*setValue)(std::string),
@@ -467,7 +470,7 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
             value = field.stringCopy();
           }
           if (value.empty() && label.empty()) return nullptr;
-          auto item = general(std::move(label), type);
+          auto item = labelledSubItem<ContactGeneralInfo>(record, std::move(label), type);
           (item.get()->*setValue)(std::move(value));
           return item;
         },
@@ -489,9 +492,8 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
       [&](json::View field, std::string label) -> std::shared_ptr<ContactSocialInfo> {
         std::string url = field.isString() ? URLDecodedString(field.string()) : std::string();
         if (url.empty() && label.empty()) return nullptr;
-        auto item = IOSBaseItem::itemWithDictionary<ContactSocialInfo>(record);
-        item->setOrgLabel(ContactSubItemInfo::standTypeWithLabel(label, kContactSubItemSocial));
-        item->setLabel(std::move(label));
+        auto item =
+            labelledSubItem<ContactSocialInfo>(record, std::move(label), kContactSubItemSocial);
         item->setUsername(path::lastPathComponent(url));
         item->setUrl(std::move(url));
         return item;
@@ -508,9 +510,8 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
           allEmpty = allEmpty && part.string().empty();
         }
         if (allEmpty) return nullptr;
-        auto item = IOSBaseItem::itemWithDictionary<IOSContactAddressInfo>(record);
-        item->setOrgLabel(ContactSubItemInfo::standTypeWithLabel(label, kContactSubItemAddress));
-        item->setLabel(std::move(label));
+        auto item = labelledSubItem<IOSContactAddressInfo>(record, std::move(label),
+                                                           kContactSubItemAddress);
         item->setCity(city.stringCopy());
         item->setCountry(country.stringCopy());
         item->setCountryCode(countryCode.stringCopy());
@@ -528,9 +529,7 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
         std::string service = decodedTextOf(field, "IMService");
         std::string user = decodedTextOf(field, "userName");
         if (service.empty() && user.empty() && label.empty()) return nullptr;
-        auto item = IOSBaseItem::itemWithDictionary<IOSContactIMInfo>(record);
-        item->setOrgLabel(ContactSubItemInfo::standTypeWithLabel(label, kContactSubItemIM));
-        item->setLabel(std::move(label));
+        auto item = labelledSubItem<IOSContactIMInfo>(record, std::move(label), kContactSubItemIM);
         item->setService(std::move(service));
         item->setUsername(std::move(user));
         return item;

@@ -61,7 +61,8 @@ void IOSSafariHistoryItem::describe(FieldVisitor& visitor) const {
 std::shared_ptr<IOSSafariParser> IOSSafariParser::parserWithJSONData(JSONData data,
                                                                      bool parseDeleted) {
   auto parser = makeWithJSONData<IOSSafariParser>(data, parseDeleted, false);
-  // Folders are not bookmarks, deleted or not.
+  // Folders are not bookmarks, deleted or not. Unlike history, an element that is not an
+  // object is not skipped: it is listed as an untitled ("Unknown") bookmark without an address.
   appendEntries<IOSSafariItem>(
       *parser, parser->rawData(), parser->rawData().view(),
       /*skipNonObjects=*/false, /*filterDeleted=*/true,
