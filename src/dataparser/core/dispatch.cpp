@@ -5,9 +5,15 @@
 #include <utility>
 
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/personal/book.h"
 #include "dataparser/parsers/personal/calendar.h"
+#include "dataparser/parsers/personal/call_history.h"
+#include "dataparser/parsers/personal/contacts.h"
 #include "dataparser/parsers/personal/note.h"
 #include "dataparser/parsers/personal/reminder.h"
+#include "dataparser/parsers/personal/safari.h"
+#include "dataparser/parsers/personal/voice_mail.h"
+#include "dataparser/parsers/personal/voice_memo.h"
 
 namespace dataparser {
 namespace {
@@ -72,16 +78,14 @@ std::vector<DispatchRow> standardRows() {
       fed(IOSDataTypeAppAudio, S::kAppAudio, false),
       fed(IOSDataTypeAppVideo, S::kAppVideo, false),
       fed(IOSDataTypeAppDocument, S::kAppDocument, false),
-      // IOSBookParser
-      made(IOSDataTypeBook, kTwo, kNotYetBuilt),
+      made(IOSDataTypeBook, kTwo, factory2<IOSBookParser>()),
       fed(IOSDataTypeVoiceMemo, S::kVoiceMemo, false),
-      // IOSVoiceMailParser, IOSContactParser, IOSSafariParser, IOSSafariHistoryParser
-      made(IOSDataTypeVoiceMail, kTwo, kNotYetBuilt),
-      made(IOSDataTypeContact, kTwo, kNotYetBuilt),
-      made(IOSDataTypeSafari, kTwo, kNotYetBuilt),
-      made(IOSDataTypeSafariHistory, kTwo, kNotYetBuilt),
-      // IOSCallHistoryParser
-      made(IOSDataTypeCallHistory, kTwo, kNotYetBuilt, kResultCallHistory),
+      made(IOSDataTypeVoiceMail, kTwo, factory2<IOSVoiceMailParser>()),
+      made(IOSDataTypeContact, kTwo, factory2<IOSContactParser>()),
+      made(IOSDataTypeSafari, kTwo, factory2<IOSSafariParser>()),
+      made(IOSDataTypeSafariHistory, kTwo, factory2<IOSSafariHistoryParser>()),
+      // The FaceTime calls are reported a second time under their own code.
+      made(IOSDataTypeCallHistory, kTwo, factory2<IOSCallHistoryParser>(), kResultCallHistory),
       made(IOSDataTypeCalendar, kTwo, factory2<IOSCalendarParser>(), kResultCalendarAttachments),
       fed(IOSDataTypeReminder, S::kReminder, false, kResultReminderAttachments),
       made(IOSDataTypeNote, kThree, factory3<IOSNoteParser>(), kResultNoteAttachments, L::kNote),
@@ -112,7 +116,7 @@ std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
   makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
   makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
-  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;        // IOSVoiceMemoParser
+  makers[static_cast<std::size_t>(S::kVoiceMemo)] = plainConstructor<IOSVoiceMemoParser>();
   makers[static_cast<std::size_t>(S::kReminder)] = plainConstructor<IOSReminderParser>();
   return makers;
 }
