@@ -6,6 +6,7 @@
 
 #include "dataparser/core/callback_bridge.h"
 #include "dataparser/core/file_helper.h"
+#include "dataparser/engine/android_replay_engine.h"
 #include "dataparser/engine/folder_backup_manager.h"
 #include "dataparser/engine/replay_engine.h"
 #include "dataparser/util/path.h"
@@ -36,6 +37,7 @@ IOSDataParser& IOSDataParser::shared() {
 
 IOSDataParser::IOSDataParser()
     : engine_(std::make_shared<ReplayEngine>()),
+      androidEngine_(std::make_shared<AndroidReplayEngine>()),
       backupManager_(std::make_shared<FolderBackupManager>()),
       table_(DispatchTable::standard()) {}
 
@@ -54,6 +56,17 @@ std::shared_ptr<PackageEngine> IOSDataParser::packageEngine() const {
 std::shared_ptr<PackageEngine> IOSDataParser::engine() const {
   std::lock_guard lock(mutex_);
   return engine_;
+}
+
+void IOSDataParser::setAndroidPackageEngine(std::shared_ptr<AndroidPackageEngine> engine) {
+  if (!engine) engine = std::make_shared<AndroidReplayEngine>();
+  std::lock_guard lock(mutex_);
+  androidEngine_.swap(engine);
+}
+
+std::shared_ptr<AndroidPackageEngine> IOSDataParser::androidPackageEngine() const {
+  std::lock_guard lock(mutex_);
+  return androidEngine_;
 }
 
 void IOSDataParser::setBackupManager(std::shared_ptr<BackupManager> manager) {
@@ -283,6 +296,7 @@ void IOSDataParser::stopParse() {
   // The flag goes first, so that data the engine still delivers is ignored.
   parseStoped_.store(true);
   engine()->StopPackage();
+  androidPackageEngine()->QMDataStop();
   std::array<ParserPtr, 5> icloud;
   {
     std::lock_guard lock(mutex_);
