@@ -11,6 +11,7 @@
 #include <map>
 
 #include "bench/generator/sms_generator.h"
+#include "bench/generator/whatsapp_generator.h"
 
 int main(int argc, char** argv) {
   using namespace dataparser::bench;
@@ -18,7 +19,9 @@ int main(int argc, char** argv) {
   std::string kind;
   std::string out;
   SmsOptions sms;
-  app.add_option("kind", kind, "Data type to generate")->required()->check(CLI::IsMember({"sms"}));
+  app.add_option("kind", kind, "Data type to generate")
+      ->required()
+      ->check(CLI::IsMember({"sms", "whatsapp"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -33,6 +36,7 @@ int main(int argc, char** argv) {
   using Generator = std::function<GeneratedCounts(RecordingWriter&)>;
   const std::map<std::string, Generator> generators = {
       {"sms", [&](RecordingWriter& recording) { return generateSms(recording, sms); }},
+      {"whatsapp", [&](RecordingWriter& recording) { return generateWhatsapp(recording, sms); }},
   };
   try {
     RecordingWriter recording(out);
