@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # scripts/bench.sh whatsapp: the WhatsApp (iOS) scan at scale. Generates a recording of 1,000,000
-# messages once
-# (outside the repository), then measures in one run (a) the floor, simdjson alone over every
+# messages over 10,000 conversations once (outside the repository), then measures in one run (a) the floor, simdjson alone over every
 # JSON byte of the recording, and (b) the whole scan through IOSDataParser and the replay
 # engine, each in its own process, and prints
 #   whatsapp: messages=N seconds=S floor_seconds=F ratio=R input_bytes=I peak_rss_bytes=M rss_ratio=Q

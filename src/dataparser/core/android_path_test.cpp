@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
+#include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/util/json.h"
 #include "tests/scan_support.h"
@@ -33,6 +37,7 @@ class AndroidPathTest : public ::testing::Test {
   void SetUp() override {
     parser().setAndroidPackageEngine(engine);
     parser().setDelegate(observer.delegate());
+    parser().resetParser();  // no stop left over from an earlier scan
   }
   void TearDown() override {
     parser().setAndroidPackageEngine(nullptr);

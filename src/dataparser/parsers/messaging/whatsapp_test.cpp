@@ -105,9 +105,9 @@ TEST(WhatsappMessageTest, KindsNoticesPayloadsAndSenders) {
       {23, "", "WhatsApp_GroupNotice_Left", kAttachmentOther},
       {24, "", "WhatsApp_GroupNotice_Broadcast", kAttachmentOther},
       {26, "", "WhatsApp_GroupNotice_AddSelf", kAttachmentOther},
+      {27, "", "", kAttachmentOther},
       {28, "", "WhatsApp_GroupNotice_ChangeDescription", kAttachmentOther},
       {29, "", "WhatsApp_GroupNotice_ChangeIcon", kAttachmentOther},
-      {27, "", "", kAttachmentOther},
       {32, "4930888", "WhatsApp_GroupNotice_Remove", kAttachmentOther},
       {13, "plain notice", "", kAttachmentOther},
   };
