@@ -4,11 +4,9 @@
 #include <optional>
 #include <utility>
 
-#include "dataparser/core/file_helper.h"
 #include "dataparser/engine/recording.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
-#include "dataparser/util/text.h"
 
 namespace dataparser {
 namespace {
