@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "dataparser/core/callback_bridge.h"
 #include "dataparser/core/file_helper.h"
 #include "dataparser/core/ios_data_parser.h"
+#include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/util/json.h"
 #include "tests/scan_support.h"
 
@@ -108,6 +110,36 @@ TEST_F(AndroidPathTest, CallbackCodes) {
   EXPECT_EQ(std::count(events.begin(), events.end(), "error 3"), 1);
   EXPECT_EQ(androidRouteForCode(20).file, "AndroidParse/data/whatsapp-db-data.json");
   EXPECT_EQ(androidRouteForCode(0).file, "AndroidParse/data/error-data.json");
+}
+
+TEST_F(AndroidPathTest, IOSAndAndroidWhatsAppShareOneAttachmentList) {
+  TempDir dir;
+  DispatchTable table = testing::testDispatchTable();
+  table.setFactory(IOSDataTypeWhatsApp, factory3<IOSWhatsappParser>());
+  parser().setDispatchTable(table);
+  parser().setupParser();
+  parser().setBackupPath(dir.str() + "/backup/Databases/msgstore.db");
+  std::string photo = dir.write("backup/Attachments/a.jpg", "jpeg");
+  std::string ios = dir.write("ios.json", R"({"messages": [{"type": 1, "text": "p",
+      "media_backup": ")" + photo + R"(", "media_path": "M/a.jpg"}]})");
+  std::string android = dir.write("android.json", R"({"messages": [{"universal_type": 1,
+      "media_path": "a.jpg", "send_date": "06 - 01 - 2024 09:00 : 05"}]})");
+  CallbackFuction(
+      61,
+      (R"({"whatsapp_chatsessions": [{"jid": "1@x", "msg_file_list": [")" + ios + "\"]}]}").c_str(),
+      0);
+  AndroidCallbackFuction(
+      20, (R"({"chat_sessions": [{"jid": "1@x", "msg_file_list": [")" + android + "\"]}]}").c_str(),
+      0);
+  auto* lists = dynamic_cast<IOSOtherAttachmentLists*>(parser().otherAttachmentParser().get());
+  ASSERT_NE(lists, nullptr);
+  // The Android attachment first, then the iOS one already in the list.
+  ASSERT_EQ(lists->whatsappAttachments().size(), 2u);
+  const std::vector<std::string> fetched = observer.fetched();
+  ASSERT_EQ(fetched.size(), 4u);
+  EXPECT_TRUE(fetched[3].starts_with("fetched 0x2000000000 ")) << fetched[3];
+  parser().setDispatchTable(DispatchTable::standard());
+  parser().resetParser();
 }
 
 }  // namespace
