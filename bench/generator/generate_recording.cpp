@@ -13,6 +13,7 @@
 
 #include "bench/generator/contacts_generator.h"
 #include "bench/generator/sms_generator.h"
+#include "bench/generator/whatsapp_generator.h"
 
 int main(int argc, char** argv) {
   using namespace dataparser::bench;
@@ -23,7 +24,7 @@ int main(int argc, char** argv) {
   ContactsOptions contacts;
   app.add_option("kind", kind, "Data type to generate")
       ->required()
-      ->check(CLI::IsMember({"sms", "contacts"}));
+      ->check(CLI::IsMember({"sms", "contacts", "whatsapp"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -46,6 +47,7 @@ int main(int argc, char** argv) {
       {"sms", [&](RecordingWriter& recording) { return generateSms(recording, sms); }},
       {"contacts",
        [&](RecordingWriter& recording) { return generateContacts(recording, contacts); }},
+      {"whatsapp", [&](RecordingWriter& recording) { return generateWhatsapp(recording, sms); }},
   };
   try {
     RecordingWriter recording(out);

@@ -75,6 +75,10 @@ void printSummary(const ScanExport& scan, std::FILE* out) {
 
 }  // namespace
 
+std::string androidDatabasePath(const std::string& folder) {
+  return (fs::path(folder) / "Databases" / "msgstore.db").string();
+}
+
 int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   std::error_code error;
   fs::path folder = fs::absolute(options.folder, error);
@@ -120,7 +124,12 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   parser.setDelegate(observer);
   parser.setParseDeleted(options.deleted);
   std::future<int> result = ended->get_future();
-  parser.startParseWithBackupPath(folder.string());
+  if (options.android) {
+    parser.setSelectedDataType(kAndroidWhatsApp | kAndroidWhatsAppBusiness);
+    parser.startParseWithAndroidBackupPath(androidDatabasePath(folder.string()));
+  } else {
+    parser.startParseWithBackupPath(folder.string());
+  }
 
   // Wait, turning Ctrl-C into a stop of the scan.
   auto started = std::chrono::steady_clock::now();
@@ -135,6 +144,7 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   parser.setDelegate({});
   // Release the engine so that its thread has ended before the command returns.
   parser.setPackageEngine(nullptr);
+  parser.setAndroidPackageEngine(nullptr);
 
   printSummary(*scan, out);
   if (!options.jsonPath.empty()) {
@@ -162,6 +172,8 @@ void addScanCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("scan", "Scan a recorded scan folder and summarise it");
   command->add_option("folder", options->folder, "Recorded scan folder")->required();
   command->add_flag("--deleted", options->deleted, "Keep data marked deleted");
+  command->add_flag("--android", options->android,
+                    "Replay through the Android path (WhatsApp and WhatsApp Business)");
   command->add_option("--json", options->jsonPath, "Write the JSON export to this file");
   command->callback([options] {
     std::signal(SIGINT, [](int) { gInterrupted = true; });

@@ -13,10 +13,15 @@ namespace dataparser::cli {
 struct ScanOptions {
   std::string folder;
   bool deleted = false;       // keep items marked deleted
+  bool android = false;       // replay through the Android path, both Android apps selected
   std::string jsonPath;       // write the export here when not empty
   bool progressBar = true;    // draw the bar (only ever on a terminal)
   double timeoutSeconds = 0;  // 0: wait as long as the scan takes
 };
+
+// The message database path that an Android scan of `folder` names: the folder's
+// "Databases/msgstore.db", so that the backup's attachments are its "Attachments" folder.
+std::string androidDatabasePath(const std::string& folder);
 
 // Runs the scan; the summary goes to `out`, messages and the progress bar to `err`.
 // Exit status: 0 finished, 1 bad folder or failed scan, 2 stopped.

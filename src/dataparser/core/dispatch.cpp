@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/parsers/personal/book.h"
 #include "dataparser/parsers/personal/calendar.h"
 #include "dataparser/parsers/personal/call_history.h"
@@ -90,17 +91,17 @@ std::vector<DispatchRow> standardRows() {
       fed(IOSDataTypeReminder, S::kReminder, false, kResultReminderAttachments),
       made(IOSDataTypeNote, kThree, factory3<IOSNoteParser>(), kResultNoteAttachments, L::kNote),
       made(IOSDataTypeSMS, kThree, factory3<IOSSMSParser>(), kResultSMSAttachments),
-      // IOSWhatsappParser
-      made(IOSDataTypeWhatsApp, kThree, kNotYetBuilt, kResultWhatsAppAttachments, L::kWhatsapp),
+      made(IOSDataTypeWhatsApp, kThree, factory3<IOSWhatsappParser>(), kResultWhatsAppAttachments,
+           L::kWhatsapp),
       fed(IOSDataTypeKik, S::kKik, true, kResultKikAttachments, L::kKik),
       fed(IOSDataTypeLine, S::kLine, true, kResultLineAttachments, L::kLine),
       // IOSViberParser: attachments and calls both
       made(IOSDataTypeViber, kThree, kNotYetBuilt, kResultViberAttachments | kResultViberCalls,
            L::kViber),
       fed(IOSDataTypeWeChat, S::kWeChat, true, kResultWeChatAttachments, L::kWechat),
-      // IOSWhatsappParser; WhatsApp and WhatsApp Business share `whatsappAttachments`
-      made(IOSDataTypeWhatsAppBusiness, kThree, kNotYetBuilt, kResultWhatsAppBusinessAttachments,
-           L::kWhatsapp),
+      // WhatsApp and WhatsApp Business share `whatsappAttachments`
+      made(IOSDataTypeWhatsAppBusiness, kThree, factory3<IOSWhatsappParser>(),
+           kResultWhatsAppBusinessAttachments, L::kWhatsapp),
   };
 }
 

@@ -34,6 +34,7 @@ IOSDataParser& IOSDataParser::shared() {
 
 IOSDataParser::IOSDataParser()
     : engine_(makeDefaultPackageEngine()),
+      androidEngine_(makeDefaultAndroidPackageEngine()),
       backupManager_(makeDefaultBackupManager()),
       table_(DispatchTable::standard()) {}
 
@@ -52,6 +53,17 @@ std::shared_ptr<PackageEngine> IOSDataParser::packageEngine() const {
 std::shared_ptr<PackageEngine> IOSDataParser::engine() const {
   std::lock_guard lock(mutex_);
   return engine_;
+}
+
+void IOSDataParser::setAndroidPackageEngine(std::shared_ptr<AndroidPackageEngine> engine) {
+  if (!engine) engine = makeDefaultAndroidPackageEngine();
+  std::lock_guard lock(mutex_);
+  androidEngine_.swap(engine);
+}
+
+std::shared_ptr<AndroidPackageEngine> IOSDataParser::androidPackageEngine() const {
+  std::lock_guard lock(mutex_);
+  return androidEngine_;
 }
 
 void IOSDataParser::setBackupManager(std::shared_ptr<BackupManager> manager) {
@@ -281,6 +293,7 @@ void IOSDataParser::stopParse() {
   // The flag goes first, so that data the engine still delivers is ignored.
   parseStoped_.store(true);
   engine()->StopPackage();
+  androidPackageEngine()->QMDataStop();
   std::array<ParserPtr, 5> icloud;
   {
     std::lock_guard lock(mutex_);

@@ -28,6 +28,7 @@
 #include <string>
 #include <string_view>
 
+#include "dataparser/core/android_package_engine.h"
 #include "dataparser/core/backup_manager.h"
 #include "dataparser/core/data_type.h"
 #include "dataparser/core/delegate.h"
@@ -48,6 +49,8 @@ class IOSDataParser final : public BackupManagerObserver {
   // Collaborators. nullptr brings back the default.
   void setPackageEngine(std::shared_ptr<PackageEngine> engine);
   std::shared_ptr<PackageEngine> packageEngine() const;
+  void setAndroidPackageEngine(std::shared_ptr<AndroidPackageEngine> engine);
+  std::shared_ptr<AndroidPackageEngine> androidPackageEngine() const;
   void setBackupManager(std::shared_ptr<BackupManager> manager);
   std::shared_ptr<BackupManager> backupManager() const;
   void setDispatchTable(DispatchTable table);
@@ -111,6 +114,16 @@ class IOSDataParser final : public BackupManagerObserver {
                            const std::string& withBackupPath, std::int64_t backupCategory,
                            bool isMove);
   void parseDeviceFile(const std::string& deviceFileName, const std::string& localPath);
+
+  // The Android path: WhatsApp and WhatsApp Business of an Android backup whose message database
+  // is at `path`, through the Android engine and AndroidCallbackFuction (android_path.h). The
+  // path also becomes `backupPath`, which locates the backup's attachments folder.
+  void startParseWithAndroidBackupPath(const std::string& path);
+  // Clears working root + "AndroidParse", prepares the Android engine and sends it the
+  // parameter object; the engine starts at once.
+  void setupAndroidInterface(const std::string& path);
+  // The engine's parameter object for `path` and the current selection, pretty-printed.
+  std::string androidParameterText(const std::string& path) const;
   void parseDeviceFileFinished();
 
   // Pretty-printed JSON text of `object`, trimmed at both ends; "" (and "Got an error: ...")
@@ -123,6 +136,8 @@ class IOSDataParser final : public BackupManagerObserver {
   // Called by the callback bridge on the engine's thread.
   void analyzeData(JSONData data, IOSDataType type);
   void analyzeProgress(std::string_view data);
+  // The Android counterpart of analyzeData, under the same semaphore and stop flag.
+  void analyzeAndroidData(JSONData data, IOSDataType type);
   void parseBegined();
   void parseFinished(int status);
   void parseError(int status);
@@ -157,6 +172,7 @@ class IOSDataParser final : public BackupManagerObserver {
 
   mutable std::mutex mutex_;  // guards the fields below that are not atomic
   std::shared_ptr<PackageEngine> engine_;
+  std::shared_ptr<AndroidPackageEngine> androidEngine_;
   std::shared_ptr<BackupManager> backupManager_;
   DispatchTable table_;
   std::weak_ptr<IOSDataParserDelegate> delegate_;

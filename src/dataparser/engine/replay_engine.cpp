@@ -1,93 +1,24 @@
 #include "dataparser/engine/replay_engine.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
-#include <charconv>
-#include <filesystem>
 #include <optional>
 #include <utility>
 
+#include "dataparser/engine/recording.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
-#include "dataparser/util/text.h"
 
 namespace dataparser {
 namespace {
 
-namespace fs = std::filesystem;
+using recording::BlockName;
+using recording::parseBlockName;
 
-constexpr std::string_view kRootToken = "{{ROOT}}";
-constexpr std::string_view kTemplatesToken = "{{TEMPLATES}}";
 constexpr CallbackTypeExtend kScanFailed = 84;
 constexpr CallbackTypeExtend kScanBegan = 90;
 constexpr CallbackTypeExtend kProgress = 91;
 constexpr CallbackTypeExtend kScanFinished = 92;
-
-struct BlockName {
-  CallbackTypeExtend code = 0;
-  bool null = false;
-};
-
-// "NNNNNN-CODE.json" or "NNNNNN-CODE.null"; nothing for any other name.
-std::optional<BlockName> parseBlockName(std::string_view name) {
-  constexpr std::size_t kDigits = 6;
-  if (name.size() < kDigits + 1 + 1 + 5 || name[kDigits] != '-') return std::nullopt;
-  if (!std::all_of(name.begin(), name.begin() + kDigits,
-                   [](char c) { return c >= '0' && c <= '9'; }))
-    return std::nullopt;
-  BlockName block;
-  std::string_view suffix = name.substr(name.size() - 5);
-  if (suffix == ".null") {
-    block.null = true;
-  } else if (suffix != ".json") {
-    return std::nullopt;
-  }
-  std::string_view code = name.substr(kDigits + 1, name.size() - kDigits - 1 - 5);
-  auto [end, error] = std::from_chars(code.data(), code.data() + code.size(), block.code);
-  if (error != std::errc() || end != code.data() + code.size() || code.empty()) return std::nullopt;
-  return block;
-}
-
-std::string absoluteFolder(const std::string& folder) {
-  std::error_code error;
-  fs::path absolute = fs::absolute(folder, error);
-  if (error) return folder;
-  std::string text = absolute.lexically_normal().string();
-  while (text.size() > 1 && text.back() == '/')
-    text.pop_back();
-  return text;
-}
-
-// Writes the recording's "templates" folder, with every {{ROOT}} replaced by `root`, into a
-// fresh folder below `tempFolder`. The copy's path; "" when there are no templates or they
-// cannot be written.
-std::string materializeTemplates(const std::string& root, const std::string& tempFolder,
-                                 std::uint64_t generation) {
-  fs::path templates = fs::path(root) / "templates";
-  std::error_code error;
-  if (tempFolder.empty() || !fs::is_directory(templates, error)) return "";
-  static std::atomic<std::uint64_t> counter = 0;
-  fs::path copy =
-      fs::path(tempFolder) / ("replay-" + std::to_string(::getpid()) + "-" +
-                              std::to_string(generation) + "-" + std::to_string(counter++));
-  for (fs::recursive_directory_iterator it(templates, error), end; !error && it != end;
-       it.increment(error)) {
-    if (!it->is_regular_file(error)) continue;
-    std::optional<std::string> text = readFile(it->path().string());
-    if (!text) continue;
-    *text = stringByReplacingOccurrences(*text, kRootToken, root);
-    fs::path target = copy / fs::relative(it->path(), templates, error);
-    if (!createDirectories(target.parent_path().string()) ||
-        !writeFileAtomically(target.string(), *text)) {
-      fs::remove_all(copy, error);
-      return "";
-    }
-  }
-  return copy.string();
-}
 
 }  // namespace
 
@@ -101,14 +32,7 @@ ReplayEngine::~ReplayEngine() {
 }
 
 bool ReplayEngine::isRecording(const std::string& folder) {
-  std::error_code error;
-  for (const fs::directory_entry& entry :
-       fs::directory_iterator(fs::path(folder) / "stream", error)) {
-    if (parseBlockName(entry.path().filename().string()) && entry.is_regular_file(error)) {
-      return true;
-    }
-  }
-  return false;
+  return recording::isRecording(folder);
 }
 
 void ReplayEngine::record(std::string name, std::vector<std::string> arguments) {
@@ -232,19 +156,14 @@ ReplayEngine::Replay ReplayEngine::prepareReplay() {
   replay.callback = callback_;
   replay.tempFolder = tempFolder_;
   if (!recording_.empty()) {
-    replay.root = absoluteFolder(recording_);
-    std::error_code error;
-    fs::directory_iterator it(fs::path(replay.root) / "stream", error);
-    if (error) {
+    replay.root = recording::absoluteFolder(recording_);
+    std::optional<std::vector<Block>> blocks = recording::streamBlocks(replay.root);
+    if (!blocks) {
       replay.unreadable = true;
       return replay;
     }
-    for (const fs::directory_entry& entry : it) {
-      std::string name = entry.path().filename().string();
-      std::optional<BlockName> block = parseBlockName(name);
-      if (!block || !entry.is_regular_file(error)) continue;
-      replay.blocks.push_back(Block{name, entry.path().string(), block->code, block->null});
-    }
+    replay.blocks = std::move(*blocks);
+    return replay;
   } else {
     // A device backup of a recording: its stream files arrive one by one.
     for (const std::string& text : packageFiles_) {
@@ -304,8 +223,9 @@ void ReplayEngine::run(Replay replay) {
 
   if (!ownBegin) send(replay, kScanBegan, nullptr);
   const std::string templates =
-      replay.unreadable ? ""
-                        : materializeTemplates(replay.root, replay.tempFolder, replay.generation);
+      replay.unreadable
+          ? ""
+          : recording::materializeTemplates(replay.root, replay.tempFolder, replay.generation);
   if (replay.unreadable) {
     send(replay, kScanFailed, nullptr);
     ended = true;
@@ -315,12 +235,8 @@ void ReplayEngine::run(Replay replay) {
     if (!pause()) break;
     std::optional<std::string> text;
     if (!block.null) {
-      text = readFile(block.file);
+      text = recording::blockText(block, replay.root, templates);
       if (!text) continue;
-      if (!templates.empty()) {
-        *text = stringByReplacingOccurrences(*text, kTemplatesToken, templates);
-      }
-      *text = stringByReplacingOccurrences(*text, kRootToken, replay.root);
     }
     send(replay, block.code, text ? &*text : nullptr);
     if (block.code == kScanFinished || block.code == kScanFailed) ended = true;
@@ -331,10 +247,7 @@ void ReplayEngine::run(Replay replay) {
     }
   }
   if (!ended) send(replay, kScanFinished, nullptr);
-  if (!templates.empty()) {
-    std::error_code ignored;
-    fs::remove_all(templates, ignored);
-  }
+  recording::removeTemplates(templates);
 
   std::lock_guard lock(mutex_);
   if (replay.generation == generation_) replaying_ = false;  // not a newer replay's state

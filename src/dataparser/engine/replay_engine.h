@@ -46,6 +46,7 @@
 #include <vector>
 
 #include "dataparser/core/package_engine.h"
+#include "dataparser/engine/recording.h"
 
 namespace dataparser {
 
@@ -88,12 +89,7 @@ class ReplayEngine final : public PackageEngine {
   bool waitUntilIdle(std::chrono::milliseconds timeout) const;
 
  private:
-  struct Block {
-    std::string name;  // file name, for ordering
-    std::string file;  // full path
-    CallbackTypeExtend code = 0;
-    bool null = false;
-  };
+  using Block = recording::Block;
   struct Replay {
     PackageCallback callback = nullptr;
     std::string root;

@@ -53,8 +53,9 @@ class IOSBaseSingleItem : public IOSBaseItem {
   void setNoticeType(std::uint64_t noticeType) { noticeType_ = noticeType; }
   virtual bool isAttachment() const;
   void setIsAttachment(bool isAttachment) { isAttachment_ = isAttachment; }
-  // The record's "text" for a notice, read on first use and then kept.
-  const std::string& strNotice() const;
+  // The record's "text" for a notice, read on first use and then kept. Apps with display keys
+  // of their own override it.
+  virtual const std::string& strNotice() const;
   void setStrNotice(std::string strNotice) {
     storeTextField(kStrNoticeField, std::move(strNotice));
   }
@@ -71,7 +72,7 @@ class IOSBaseSingleItem : public IOSBaseItem {
   }
   const std::string& from() const { return from_; }
   void setFrom(std::string from) { from_ = std::move(from); }
-  const std::string& to() const { return textField(kToField); }
+  virtual const std::string& to() const { return textField(kToField); }
   void setTo(std::string to) { storeTextField(kToField, std::move(to)); }
   virtual const AttachmentPtr& attachment() const { return attachment_; }
   void setAttachment(AttachmentPtr attachment) { storeAttachment(std::move(attachment)); }

@@ -44,7 +44,11 @@ std::optional<MessageList> messagesOfDocument(const json::Value& document,
     if (!rules.parseDeleted && message->isDeleted()) continue;
     if (message->isReceived() && !session.isGroup()) message->setImage(session.image());
     if (rules.keep && !rules.keep(*message)) continue;
-    messages.push_back(std::move(message));
+    if (rules.front && rules.front(*message)) {
+      messages.insert(messages.begin(), std::move(message));
+    } else {
+      messages.push_back(std::move(message));
+    }
   }
   return messages;
 }
@@ -59,6 +63,7 @@ void sortBySendDate(MessageList& messages) {
 void readMessageFiles(IOSBaseSessionItem& session, json::View fileList,
                       const MessageFileRules& rules) {
   forEachMessageFile(fileList, [&](const json::Value& document) {
+    if (rules.eachDocument) rules.eachDocument(document);
     std::optional<MessageList> messages = messagesOfDocument(document, session, rules);
     if (!messages) return;
     sortBySendDate(*messages);

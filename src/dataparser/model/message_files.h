@@ -10,7 +10,11 @@
 //   1. a deleted message is dropped unless `parseDeleted` is on;
 //   2. a received message of a one-to-one conversation takes the conversation's `image`;
 //   3. the app's keep rule finishes the message (sender, attachment ...) and says whether it
-//      stays.
+//      stays;
+//   4. a kept message for which the app's front rule holds goes to the front of the file's list
+//      (a group-created notice), every other one to its end.
+// An app that also needs every decoded file (to collect attachments of all files, not only of
+// the last one) gives a document hook; it sees each file once, before its messages are read.
 // The kept messages are sorted oldest first (a stable sort on `sendDate` alone; messages
 // without a date come first) and become the conversation's `contents`. Every further file with
 // a list replaces the list of the file before it: the last such file wins, on purpose.
@@ -45,12 +49,20 @@ namespace dataparser {
 using MessageFactory = std::function<MessagePtr(const json::Value& record)>;
 // Finishes a message and says whether it is kept.
 using MessageKeepRule = std::function<bool(IOSBaseSingleItem& message)>;
+// Says whether a kept message goes to the front of its file's list.
+using MessageFrontRule = std::function<bool(const IOSBaseSingleItem& message)>;
+// Sees every decoded message file, in list order.
+using MessageDocumentHook = std::function<void(const json::Value& document)>;
 
 struct MessageFileRules {
   // Makes the app's message item; when empty, a plain IOSBaseSingleItem is made.
   MessageFactory factory;
   // When empty, every message that passed the deletion test is kept.
   MessageKeepRule keep;
+  // When empty, every kept message is appended.
+  MessageFrontRule front;
+  // When set, called with each decoded file before its messages are read.
+  MessageDocumentHook eachDocument;
   bool parseDeleted = true;
   // The key of the message list in a file.
   std::string_view listKey = "messages";
