@@ -4,7 +4,10 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/parsers/messaging/kik.h"
+#include "dataparser/parsers/messaging/line.h"
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/messaging/viber.h"
 
 namespace dataparser {
 namespace {
@@ -89,9 +92,9 @@ std::vector<DispatchRow> standardRows() {
       made(IOSDataTypeWhatsApp, kThree, kNotYetBuilt, kResultWhatsAppAttachments, L::kWhatsapp),
       fed(IOSDataTypeKik, S::kKik, true, kResultKikAttachments, L::kKik),
       fed(IOSDataTypeLine, S::kLine, true, kResultLineAttachments, L::kLine),
-      // IOSViberParser: attachments and calls both
-      made(IOSDataTypeViber, kThree, kNotYetBuilt, kResultViberAttachments | kResultViberCalls,
-           L::kViber),
+      // Viber reports attachments and calls both
+      made(IOSDataTypeViber, kThree, factory3<IOSViberParser>(),
+           kResultViberAttachments | kResultViberCalls, L::kViber),
       fed(IOSDataTypeWeChat, S::kWeChat, true, kResultWeChatAttachments, L::kWechat),
       // IOSWhatsappParser; WhatsApp and WhatsApp Business share `whatsappAttachments`
       made(IOSDataTypeWhatsAppBusiness, kThree, kNotYetBuilt, kResultWhatsAppBusinessAttachments,
@@ -102,17 +105,17 @@ std::vector<DispatchRow> standardRows() {
 // The long-lived parser classes, made with their plain constructors at the start of a scan.
 std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   std::array<ParserMaker, kParserSlotCount> makers;
-  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;      // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kKikThumb)] = kNoClassYet;         // IOSKikThumbParser
+  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;  // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kKikThumb)] = plainConstructor<IOSKikThumbParser>();
   makers[static_cast<std::size_t>(S::kOtherAttachment)] = kNoClassYet;  // IOSOtherAttachmentParser
   makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
-  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
-  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
-  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;        // IOSVoiceMemoParser
-  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;         // IOSReminderParser
+  makers[static_cast<std::size_t>(S::kLine)] = plainConstructor<IOSLineParser>();
+  makers[static_cast<std::size_t>(S::kKik)] = plainConstructor<IOSKikParser>();
+  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;  // IOSVoiceMemoParser
+  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;   // IOSReminderParser
   return makers;
 }
 

@@ -53,8 +53,9 @@ class IOSBaseSingleItem : public IOSBaseItem {
   void setNoticeType(std::uint64_t noticeType) { noticeType_ = noticeType; }
   virtual bool isAttachment() const;
   void setIsAttachment(bool isAttachment) { isAttachment_ = isAttachment; }
-  // The record's "text" for a notice, read on first use and then kept.
-  const std::string& strNotice() const;
+  // The record's "text" for a notice, read on first use and then kept. Apps with notice keys
+  // of their own override it.
+  virtual const std::string& strNotice() const;
   void setStrNotice(std::string strNotice) {
     storeTextField(kStrNoticeField, std::move(strNotice));
   }

@@ -59,6 +59,7 @@ void sortBySendDate(MessageList& messages) {
 void readMessageFiles(IOSBaseSessionItem& session, json::View fileList,
                       const MessageFileRules& rules) {
   forEachMessageFile(fileList, [&](const json::Value& document) {
+    if (rules.visitDocument) rules.visitDocument(document);
     std::optional<MessageList> messages = messagesOfDocument(document, session, rules);
     if (!messages) return;
     sortBySendDate(*messages);

@@ -57,6 +57,9 @@ struct MessageFileRules {
   // True: only a JSON list under `listKey` makes a file count. False: any value that is not
   // null does, and one that is not a list gives an empty message list.
   bool listRequired = true;
+  // Called with every decoded file before its messages are built, for parsers that gather
+  // more from the same files (their attachment lists) without decoding them a second time.
+  std::function<void(const json::Value& document)> visitDocument;
 };
 
 // A factory making items of class Message through the base factory.
