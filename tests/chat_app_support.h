@@ -10,11 +10,22 @@
 #include <string>
 #include <vector>
 
+#include "dataparser/core/file_helper.h"
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
 #include "tests/test_support.h"
 
 namespace dataparser::testing {
+
+// Points the working root into `dir` for the lifetime of the object, so that what a test
+// writes there is its own.
+class WorkingRootIn {
+ public:
+  explicit WorkingRootIn(const TempDir& dir) { setApplicationSupportRoot(dir.str() + "/support"); }
+  ~WorkingRootIn() { setApplicationSupportRoot(""); }
+  WorkingRootIn(const WorkingRootIn&) = delete;
+  WorkingRootIn& operator=(const WorkingRootIn&) = delete;
+};
 
 // Writes {"messages": [records...]} to `name` under the folder; returns its path.
 inline std::string writeMessageFile(const TempDir& dir, const std::string& name,
