@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::int32_t kPlainNoticeKind = 13;
 
+const std::string kNoPath;
+
 // Kik dates count seconds since 2001-01-01 UTC; they are shown as the phone's wall-clock time,
 // so the local zone's present offset is added on purpose.
 OptionalDate kikDate(json::View seconds) {
@@ -38,9 +40,24 @@ void IOSKikSingleItem::initWithDictionary(const json::Value& record) {
   setIsSendSuccess(sendState.integer() == 0);
   setSendDate(kikDate(sendDate));
   setFrom(fromId.stringCopy());
-  attachmentPath_ = media.stringCopy();
-  if (!attachmentPath_.empty()) attachmentName_ = path::lastPathComponent(attachmentPath_);
+  if (!media.string().empty()) {
+    setAttachmentName(path::lastPathComponent(media.string()));
+    setAttachmentPath(media.stringCopy());
+  }
   if (record.isObject()) primeTag(tag);
+}
+
+IOSKikSingleItem::Paths& IOSKikSingleItem::paths() {
+  if (!paths_) paths_ = std::make_unique<Paths>();
+  return *paths_;
+}
+
+const std::string& IOSKikSingleItem::attachmentPath() const {
+  return paths_ ? paths_->local : kNoPath;
+}
+
+const std::string& IOSKikSingleItem::attachmentName() const {
+  return paths_ ? paths_->name : kNoPath;
 }
 
 const std::string& IOSKikSingleItem::text() const {
@@ -61,11 +78,11 @@ const AttachmentPtr& IOSKikSingleItem::attachment() const {
     if (flag() != 0) {
       // The thumbnail is looked for in the working root's "temp" folder, under the media's name.
       std::string thumb = path::appendingPathComponent(productDomainPath(), "temp");
-      if (!attachmentName_.empty()) {
-        thumb = path::appendingPathComponent(thumb, path::safeComponent(attachmentName_));
+      if (!attachmentName().empty()) {
+        thumb = path::appendingPathComponent(thumb, path::safeComponent(attachmentName()));
       }
       AttachmentFields fields;
-      fields.localPath = attachmentPath_;
+      fields.localPath = attachmentPath();
       fields.thumbPath = std::move(thumb);
       fields.flag = flag();
       made = attachmentFromRecord(rawData(), std::move(fields));

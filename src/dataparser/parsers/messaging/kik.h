@@ -42,17 +42,23 @@ class IOSKikSingleItem : public IOSBaseSingleItem {
   const AttachmentPtr& attachment() const override;
 
   // "media_backup" and its last path component.
-  const std::string& attachmentPath() const { return attachmentPath_; }
-  void setAttachmentPath(std::string path) { attachmentPath_ = std::move(path); }
-  const std::string& attachmentName() const { return attachmentName_; }
-  void setAttachmentName(std::string name) { attachmentName_ = std::move(name); }
+  const std::string& attachmentPath() const;
+  void setAttachmentPath(std::string path) { paths().local = std::move(path); }
+  const std::string& attachmentName() const;
+  void setAttachmentName(std::string name) { paths().name = std::move(name); }
 
   std::string_view className() const override { return "IOSKikSingleItem"; }
   void describe(FieldVisitor& visitor) const override;
 
  private:
-  std::string attachmentPath_;
-  std::string attachmentName_;
+  // Only media messages have a path; the others carry an empty pointer.
+  struct Paths {
+    std::string local;
+    std::string name;
+  };
+  Paths& paths();
+
+  std::unique_ptr<Paths> paths_;
 };
 
 class IOSKikSessionItem : public IOSBaseSessionItem {
