@@ -7,50 +7,20 @@
 #include <string>
 
 #include "dataparser/util/json.h"
+#include "tests/integration/cli_scan.h"
 #include "tests/test_support.h"
 #include "tools/dataparser/scan_command.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::TempDir;
+using dataparser::testing::TempDir;
+using testing::contents;
+using testing::scan;
+using testing::ScanRun;
 
-std::string sampleFolder(std::string_view name = "sms-demo") {
-  return (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples" / name).lexically_normal();
-}
-
-struct ScanRun {
-  int status;
-  std::string out;
-  std::string err;
-  json::Value exported;
-};
-
-std::string contents(std::FILE* file) {
-  std::rewind(file);
-  std::string text;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, file)) > 0;)
-    text.append(buffer, n);
-  std::fclose(file);
-  return text;
-}
-
-ScanRun scan(const std::string& folder, bool deleted, const TempDir& dir) {
-  ScanOptions options;
-  options.folder = folder;
-  options.deleted = deleted;
-  options.jsonPath = dir.str() + "/export.json";
-  options.timeoutSeconds = 60;
-  std::FILE* out = std::tmpfile();
-  std::FILE* err = std::tmpfile();
-  ScanRun run;
-  run.status = runScan(options, out, err);
-  run.out = contents(out);
-  run.err = contents(err);
-  run.exported = json::parseFile(options.jsonPath);
-  return run;
+std::string sampleFolder(const std::string& name = "sms-demo") {
+  return testing::sampleFolder(name);
 }
 
 TEST(ScanIntegrationTest, SampleRecordingEndToEnd) {

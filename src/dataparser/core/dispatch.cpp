@@ -4,7 +4,10 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/parsers/messaging/kik.h"
+#include "dataparser/parsers/messaging/line.h"
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/messaging/viber.h"
 #include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/parsers/personal/book.h"
 #include "dataparser/parsers/personal/calendar.h"
@@ -95,9 +98,9 @@ std::vector<DispatchRow> standardRows() {
            L::kWhatsapp),
       fed(IOSDataTypeKik, S::kKik, true, kResultKikAttachments, L::kKik),
       fed(IOSDataTypeLine, S::kLine, true, kResultLineAttachments, L::kLine),
-      // IOSViberParser: attachments and calls both
-      made(IOSDataTypeViber, kThree, kNotYetBuilt, kResultViberAttachments | kResultViberCalls,
-           L::kViber),
+      // Viber reports attachments and calls both
+      made(IOSDataTypeViber, kThree, factory3<IOSViberParser>(),
+           kResultViberAttachments | kResultViberCalls, L::kViber),
       fed(IOSDataTypeWeChat, S::kWeChat, true, kResultWeChatAttachments, L::kWechat),
       // WhatsApp and WhatsApp Business share `whatsappAttachments`
       made(IOSDataTypeWhatsAppBusiness, kThree, factory3<IOSWhatsappParser>(),
@@ -108,15 +111,15 @@ std::vector<DispatchRow> standardRows() {
 // The long-lived parser classes, made with their plain constructors at the start of a scan.
 std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   std::array<ParserMaker, kParserSlotCount> makers;
-  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;      // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kKikThumb)] = kNoClassYet;         // IOSKikThumbParser
+  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;  // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kKikThumb)] = plainConstructor<IOSKikThumbParser>();
   makers[static_cast<std::size_t>(S::kOtherAttachment)] = kNoClassYet;  // IOSOtherAttachmentParser
   makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
-  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
-  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
+  makers[static_cast<std::size_t>(S::kLine)] = plainConstructor<IOSLineParser>();
+  makers[static_cast<std::size_t>(S::kKik)] = plainConstructor<IOSKikParser>();
   makers[static_cast<std::size_t>(S::kVoiceMemo)] = plainConstructor<IOSVoiceMemoParser>();
   makers[static_cast<std::size_t>(S::kReminder)] = plainConstructor<IOSReminderParser>();
   return makers;

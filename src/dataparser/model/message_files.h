@@ -61,7 +61,8 @@ struct MessageFileRules {
   MessageKeepRule keep;
   // When empty, every kept message is appended.
   MessageFrontRule front;
-  // When set, called with each decoded file before its messages are read.
+  // When set, called with each decoded file before its messages are read, for parsers that
+  // gather more from the same files (their attachment lists) without decoding them again.
   MessageDocumentHook eachDocument;
   bool parseDeleted = true;
   // The key of the message list in a file.
