@@ -14,6 +14,7 @@
 #include "dataparser/engine/replay_engine.h"
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
+#include "dataparser/report/report_writer.h"
 #include "tools/dataparser/scan_export.h"
 
 namespace dataparser::cli {
@@ -154,6 +155,20 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
       return 1;
     }
   }
+  if (!options.reportDir.empty()) {
+    ReportOptions report;
+    report.outDir = options.reportDir;
+    report.source = folder.string();
+    report.deletedIncluded = options.deleted;
+    report.copyMedia = options.copyMedia;
+    std::string message;
+    if (!writeReport(scan->lists(), status, report, &message)) {
+      std::fprintf(err, "dataparser: %s\n", message.c_str());
+      return 1;
+    }
+    std::fprintf(out, "report written to %s\n",
+                 (fs::absolute(options.reportDir) / "index.html").c_str());
+  }
   switch (status) {
     case 1:
       std::fprintf(out, "scan finished\n");
@@ -167,6 +182,10 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   }
 }
 
+void installInterruptHandler() {
+  std::signal(SIGINT, [](int) { gInterrupted = true; });
+}
+
 void addScanCommand(CLI::App& app) {
   auto options = std::make_shared<ScanOptions>();
   CLI::App* command = app.add_subcommand("scan", "Scan a recorded scan folder and summarise it");
@@ -175,8 +194,9 @@ void addScanCommand(CLI::App& app) {
   command->add_flag("--android", options->android,
                     "Replay through the Android path (WhatsApp and WhatsApp Business)");
   command->add_option("--json", options->jsonPath, "Write the JSON export to this file");
+  command->add_option("--report", options->reportDir, "Write the HTML report into this folder");
   command->callback([options] {
-    std::signal(SIGINT, [](int) { gInterrupted = true; });
+    installInterruptHandler();
     int status = runScan(*options, stdout, stderr);
     if (status != 0) throw CLI::RuntimeError(status);
   });

@@ -15,6 +15,8 @@ struct ScanOptions {
   bool deleted = false;       // keep items marked deleted
   bool android = false;       // replay through the Android path, both Android apps selected
   std::string jsonPath;       // write the export here when not empty
+  std::string reportDir;      // write the HTML report into this folder when not empty
+  bool copyMedia = false;     // the report copies originals instead of linking them
   bool progressBar = true;    // draw the bar (only ever on a terminal)
   double timeoutSeconds = 0;  // 0: wait as long as the scan takes
 };
@@ -28,5 +30,8 @@ std::string androidDatabasePath(const std::string& folder);
 int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err);
 
 void addScanCommand(CLI::App& app);
+
+// Ctrl-C stops the running scan instead of ending the process.
+void installInterruptHandler();
 
 }  // namespace dataparser::cli
