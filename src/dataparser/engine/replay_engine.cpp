@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "dataparser/core/file_helper.h"
+#include "dataparser/engine/engine_threads.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/text.h"
@@ -21,10 +22,10 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kRootToken = "{{ROOT}}";
 constexpr std::string_view kTemplatesToken = "{{TEMPLATES}}";
-constexpr CallbackTypeExtend kScanFailed = 84;
-constexpr CallbackTypeExtend kScanBegan = 90;
-constexpr CallbackTypeExtend kProgress = 91;
-constexpr CallbackTypeExtend kScanFinished = 92;
+constexpr CallbackTypeExtend kScanFailed = kEngineScanFailed;
+constexpr CallbackTypeExtend kScanBegan = kEngineScanBegan;
+constexpr CallbackTypeExtend kProgress = kEngineProgress;
+constexpr CallbackTypeExtend kScanFinished = kEngineScanFinished;
 
 struct BlockName {
   CallbackTypeExtend code = 0;
@@ -94,10 +95,7 @@ std::string materializeTemplates(const std::string& root, const std::string& tem
 ReplayEngine::~ReplayEngine() {
   stopRequested_.store(true);
   changed_.notify_all();
-  joinOthers();
-  std::lock_guard lock(mutex_);
-  for (std::thread& thread : threads_)
-    thread.detach();  // only our own, when run on it
+  threads_.joinOthers();
 }
 
 bool ReplayEngine::isRecording(const std::string& folder) {
@@ -151,7 +149,8 @@ void ReplayEngine::InitPackageData(const std::string& logFolder, const std::stri
     std::lock_guard lock(mutex_);
     endedReplay = replaying_ && ended_;
   }
-  if (endedReplay) joinOthers();  // the previous scan is over; let its last callback return
+  if (endedReplay)
+    threads_.joinOthers();  // the previous scan is over; let its last callback return
   std::lock_guard lock(mutex_);
   recording_.clear();
   packageFiles_.clear();
@@ -174,7 +173,7 @@ void ReplayEngine::UninitPackageData() {
   record("UninitPackageData", {});
   stopRequested_.store(true);
   changed_.notify_all();
-  joinOthers();
+  threads_.joinOthers();
   std::lock_guard lock(mutex_);
   callback_ = nullptr;
 }
@@ -217,14 +216,14 @@ void ReplayEngine::AddPackageFileFinish() {
     std::lock_guard lock(mutex_);
     if (replaying_ && !ended_) return;  // the input of the running scan is already complete
   }
-  joinOthers();  // a replay that has sent its end finishes its last callback first
+  threads_.joinOthers();  // a replay that has sent its end finishes its last callback first
   std::lock_guard lock(mutex_);
   if (replaying_ && !ended_) return;
   Replay replay = prepareReplay();
   replaying_ = true;
   ended_ = false;
   replay.generation = ++generation_;
-  threads_.emplace_back([this, replay = std::move(replay)]() mutable { run(std::move(replay)); });
+  threads_.start([this, replay = std::move(replay)]() mutable { run(std::move(replay)); });
 }
 
 ReplayEngine::Replay ReplayEngine::prepareReplay() {
@@ -325,8 +324,7 @@ void ReplayEngine::run(Replay replay) {
     send(replay, block.code, text ? &*text : nullptr);
     if (block.code == kScanFinished || block.code == kScanFailed) ended = true;
     if (isData(block.code) && !ownProgress && !stopRequested_.load()) {
-      std::string progress = "{\"current\": " + std::to_string(++current) +
-                             ", \"total\": " + std::to_string(total) + "}";
+      std::string progress = progressBlock(++current, static_cast<long>(total));
       send(replay, kProgress, &progress);
     }
   }
@@ -339,25 +337,6 @@ void ReplayEngine::run(Replay replay) {
   std::lock_guard lock(mutex_);
   if (replay.generation == generation_) replaying_ = false;  // not a newer replay's state
   changed_.notify_all();
-}
-
-void ReplayEngine::joinOthers() {
-  std::vector<std::thread> joinable;
-  {
-    std::lock_guard lock(mutex_);
-    auto self = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
-      return thread.get_id() == std::this_thread::get_id();
-    });
-    std::thread own;
-    if (self != threads_.end()) own = std::move(*self);
-    for (std::thread& thread : threads_) {
-      if (thread.joinable()) joinable.push_back(std::move(thread));
-    }
-    threads_.clear();
-    if (own.joinable()) threads_.push_back(std::move(own));
-  }
-  for (std::thread& thread : joinable)
-    thread.join();
 }
 
 }  // namespace dataparser
