@@ -8,7 +8,8 @@
 // first, then for each reader its block (the reader's code) followed by a progress block 91
 // {"current": i, "total": n}, and 92 last. A reader whose database is missing, corrupt or
 // unreadable is skipped with a run-log line and still counts for the progress. A folder that is
-// no backup, or an encrypted one, gives 90, a run-log line, 84 and nothing else.
+// no backup, an encrypted one, or no folder at all (single device files through AddPackageFile
+// are not read by this engine) gives 90, a run-log line, 84 and nothing else.
 //
 // Scan types: with no AddTypeNeedScan call, or with scan type 0 (everything) among them, every
 // reader runs; a scan limited to application scan types runs only the readers of those types
