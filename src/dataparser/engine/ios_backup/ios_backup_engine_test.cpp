@@ -12,6 +12,7 @@
 
 #include "dataparser/core/file_helper.h"
 #include "dataparser/engine/ios_backup/backup_manifest.h"
+#include "dataparser/engine/ios_backup/contact_names.h"
 #include "dataparser/engine/ios_backup/sqlite_database.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/text.h"
@@ -316,6 +317,36 @@ TEST_F(IOSBackupEngineTest, StopAndScanTypes) {
   EXPECT_EQ(codes(scan({3})), (std::vector<CallbackTypeExtend>{90, 92}));
   gSent.clear();
   EXPECT_EQ(codes(scan({3, 0})).size(), 8u);
+}
+
+TEST(ContactNamesTest, NumbersMatchByDigitsAndAddressesByCase) {
+  ContactNames names;
+  names.add("+1 (555) 010-1", {"Ann", "", "Lee"});
+  names.add("555-0102", {"Bob", "", ""});
+  names.add("Ann@Example.com", {"Ann", "", "Mail"});
+  names.add("112", {"Emergency", "", ""});
+  struct Case {
+    std::string_view lookup;
+    std::string_view first;  // "" for no match
+  };
+  const Case cases[] = {
+      {"+15550101", "Ann"},
+      {"15550101", "Ann"},
+      {"555 0101", "Ann"},  // suffix, 7 digits
+      {"+1 555 0102", "Bob"},
+      {"5550102", "Bob"},
+      {"0102", ""},  // too short
+      {"ann@example.com", "Ann"},
+      {"112", "Emergency"},
+      {"9112", ""},
+      {"+44 20 5550101", ""},  // same tail, different number
+      {"", ""},
+      {"no digits", ""},
+  };
+  for (const Case& c : cases) {
+    const PersonName* name = names.find(c.lookup);
+    EXPECT_EQ(name != nullptr ? name->first : "", c.first) << c.lookup;
+  }
 }
 
 TEST(SqliteDatabaseTest, ImmutableURIEscapesThePath) {
