@@ -1,4 +1,5 @@
-// scan_bench: one whole scan of a recording through IOSDataParser and the replay engine, from
+// scan_bench: one whole scan of a recording through IOSDataParser and the replay engine (or of a
+// device backup through the backup engine), from
 // the start operation to `didParseFinished`, as a host would run it. Prints
 //   scan: seconds=S messages=M items=I attachments=A status=X peak_rss_bytes=R
 // where messages counts the messages of every reported conversation (last list of each code).
@@ -15,6 +16,7 @@
 
 #include "dataparser/core/delegate.h"
 #include "dataparser/core/ios_data_parser.h"
+#include "dataparser/engine/ios_backup/ios_backup_engine.h"
 #include "dataparser/model/conversation.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
@@ -48,6 +50,9 @@ int main(int argc, char** argv) {
   observer->didParseError = end;
 
   IOSDataParser& parser = IOSDataParser::shared();
+  // A device backup goes through the backup engine, a recording through the replay engine.
+  if (IOSBackupEngine::isBackup(recording))
+    parser.setPackageEngine(std::make_shared<IOSBackupEngine>());
   parser.setDelegate(observer);
   auto start = std::chrono::steady_clock::now();
   parser.startParseWithBackupPath(recording);

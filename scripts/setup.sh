@@ -6,7 +6,7 @@ set -euo pipefail
 PACKAGES=(
   cmake ninja-build g++ pkg-config ccache clang libclang-rt-14-dev clang-format curl
   libsimdjson-dev rapidjson-dev libpcre2-dev libutf8proc-dev libcurl4-openssl-dev libssl-dev
-  libplist-dev libvips-dev libxml2-dev libspdlog-dev libfmt-dev libcli11-dev
+  libplist-dev libvips-dev libxml2-dev libspdlog-dev libfmt-dev libcli11-dev libsqlite3-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev chromium
 )
 

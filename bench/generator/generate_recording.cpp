@@ -2,6 +2,10 @@
 //
 //   generate_recording sms --messages 1000000 --conversations 10000 --seed 1 --out DIR
 //   generate_recording contacts --contacts 100000 --seed 1 --out DIR
+//   generate_recording backup --messages 1000000 --conversations 10000 --seed 1 --out DIR
+//
+// "backup" writes a device backup folder (Manifest.plist, Manifest.db and an sms.db stored under
+// its hashed name) instead of a recording.
 //
 // Each data type adds its generator to the table below.
 #include <CLI/CLI.hpp>
@@ -14,6 +18,7 @@
 #include "bench/generator/contacts_generator.h"
 #include "bench/generator/sms_generator.h"
 #include "bench/generator/whatsapp_generator.h"
+#include "tests/backup_fixture.h"
 
 int main(int argc, char** argv) {
   using namespace dataparser::bench;
@@ -24,7 +29,7 @@ int main(int argc, char** argv) {
   ContactsOptions contacts;
   app.add_option("kind", kind, "Data type to generate")
       ->required()
-      ->check(CLI::IsMember({"sms", "contacts", "whatsapp"}));
+      ->check(CLI::IsMember({"sms", "contacts", "whatsapp", "backup"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -41,6 +46,16 @@ int main(int argc, char** argv) {
   if (std::filesystem::exists(out)) {
     std::fprintf(stderr, "generate_recording: %s exists already\n", out.c_str());
     return 1;
+  }
+  if (kind == "backup") {
+    dataparser::testing::BackupBuilder backup(out);
+    dataparser::testing::TestDatabase db(backup.add("HomeDomain", "Library/SMS/sms.db"));
+    dataparser::testing::createMessagesSchema(db);
+    dataparser::testing::fillMessages(db, sms.messages, sms.conversations,
+                                      static_cast<std::uint32_t>(sms.seed));
+    std::printf("generated backup: records=%lld folder=%s\n", static_cast<long long>(sms.messages),
+                out.c_str());
+    return 0;
   }
   using Generator = std::function<GeneratedCounts(RecordingWriter&)>;
   const std::map<std::string, Generator> generators = {

@@ -11,6 +11,7 @@
 #include "dataparser/core/data_type.h"
 #include "dataparser/core/delegate.h"
 #include "dataparser/core/ios_data_parser.h"
+#include "dataparser/engine/ios_backup/ios_backup_engine.h"
 #include "dataparser/engine/replay_engine.h"
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
@@ -87,8 +88,13 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
     std::fprintf(err, "dataparser: %s is not a folder\n", options.folder.c_str());
     return 1;
   }
-  if (!ReplayEngine::isRecording(folder.string())) {
-    std::fprintf(err, "dataparser: %s is not a recorded scan (no stream/NNNNNN-CODE.json)\n",
+  // A recording keeps the replay engine; a device backup (Manifest.db) gets our own engine.
+  const bool recording = ReplayEngine::isRecording(folder.string());
+  const bool backup = !recording && IOSBackupEngine::isBackup(folder.string());
+  if (!recording && !backup) {
+    std::fprintf(err,
+                 "dataparser: %s is neither a recorded scan (no stream/NNNNNN-CODE.json) nor a "
+                 "device backup (no Manifest.db)\n",
                  options.folder.c_str());
     return 1;
   }
@@ -122,6 +128,7 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   observer->didParseError = end;
 
   IOSDataParser& parser = IOSDataParser::shared();
+  if (backup) parser.setPackageEngine(std::make_shared<IOSBackupEngine>());
   parser.setDelegate(observer);
   parser.setParseDeleted(options.deleted);
   std::future<int> result = ended->get_future();
@@ -188,8 +195,10 @@ void installInterruptHandler() {
 
 void addScanCommand(CLI::App& app) {
   auto options = std::make_shared<ScanOptions>();
-  CLI::App* command = app.add_subcommand("scan", "Scan a recorded scan folder and summarise it");
-  command->add_option("folder", options->folder, "Recorded scan folder")->required();
+  CLI::App* command =
+      app.add_subcommand("scan", "Scan a recorded scan or a device backup folder and summarise it");
+  command->add_option("folder", options->folder, "Recorded scan or device backup folder")
+      ->required();
   command->add_flag("--deleted", options->deleted, "Keep data marked deleted");
   command->add_flag("--android", options->android,
                     "Replay through the Android path (WhatsApp and WhatsApp Business)");

@@ -1,6 +1,7 @@
-// `dataparser scan <folder>`: runs one scan of a recorded scan folder through the coordinator,
-// draws a progress bar on a terminal, prints a summary table and optionally writes the JSON
-// export. The command's logic is a plain function so that tests can run it in-process.
+// `dataparser scan <folder>`: runs one scan of a recorded scan folder (through the replay
+// engine) or of a device backup folder holding Manifest.db (through the backup engine) and the
+// coordinator, draws a progress bar on a terminal, prints a summary table and optionally writes the
+// JSON export. The command's logic is a plain function so that tests can run it in-process.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
@@ -15,20 +16,17 @@ namespace {
 using recording::BlockName;
 using recording::parseBlockName;
 
-constexpr CallbackTypeExtend kScanFailed = 84;
-constexpr CallbackTypeExtend kScanBegan = 90;
-constexpr CallbackTypeExtend kProgress = 91;
-constexpr CallbackTypeExtend kScanFinished = 92;
+constexpr CallbackTypeExtend kScanFailed = kEngineScanFailed;
+constexpr CallbackTypeExtend kScanBegan = kEngineScanBegan;
+constexpr CallbackTypeExtend kProgress = kEngineProgress;
+constexpr CallbackTypeExtend kScanFinished = kEngineScanFinished;
 
 }  // namespace
 
 ReplayEngine::~ReplayEngine() {
   stopRequested_.store(true);
   changed_.notify_all();
-  joinOthers();
-  std::lock_guard lock(mutex_);
-  for (std::thread& thread : threads_)
-    thread.detach();  // only our own, when run on it
+  threads_.joinOthers();
 }
 
 bool ReplayEngine::isRecording(const std::string& folder) {
@@ -75,7 +73,8 @@ void ReplayEngine::InitPackageData(const std::string& logFolder, const std::stri
     std::lock_guard lock(mutex_);
     endedReplay = replaying_ && ended_;
   }
-  if (endedReplay) joinOthers();  // the previous scan is over; let its last callback return
+  if (endedReplay)
+    threads_.joinOthers();  // the previous scan is over; let its last callback return
   std::lock_guard lock(mutex_);
   recording_.clear();
   packageFiles_.clear();
@@ -98,7 +97,7 @@ void ReplayEngine::UninitPackageData() {
   record("UninitPackageData", {});
   stopRequested_.store(true);
   changed_.notify_all();
-  joinOthers();
+  threads_.joinOthers();
   std::lock_guard lock(mutex_);
   callback_ = nullptr;
 }
@@ -141,14 +140,14 @@ void ReplayEngine::AddPackageFileFinish() {
     std::lock_guard lock(mutex_);
     if (replaying_ && !ended_) return;  // the input of the running scan is already complete
   }
-  joinOthers();  // a replay that has sent its end finishes its last callback first
+  threads_.joinOthers();  // a replay that has sent its end finishes its last callback first
   std::lock_guard lock(mutex_);
   if (replaying_ && !ended_) return;
   Replay replay = prepareReplay();
   replaying_ = true;
   ended_ = false;
   replay.generation = ++generation_;
-  threads_.emplace_back([this, replay = std::move(replay)]() mutable { run(std::move(replay)); });
+  threads_.start([this, replay = std::move(replay)]() mutable { run(std::move(replay)); });
 }
 
 ReplayEngine::Replay ReplayEngine::prepareReplay() {
@@ -241,8 +240,7 @@ void ReplayEngine::run(Replay replay) {
     send(replay, block.code, text ? &*text : nullptr);
     if (block.code == kScanFinished || block.code == kScanFailed) ended = true;
     if (isData(block.code) && !ownProgress && !stopRequested_.load()) {
-      std::string progress = "{\"current\": " + std::to_string(++current) +
-                             ", \"total\": " + std::to_string(total) + "}";
+      std::string progress = progressBlock(++current, static_cast<long>(total));
       send(replay, kProgress, &progress);
     }
   }
@@ -252,25 +250,6 @@ void ReplayEngine::run(Replay replay) {
   std::lock_guard lock(mutex_);
   if (replay.generation == generation_) replaying_ = false;  // not a newer replay's state
   changed_.notify_all();
-}
-
-void ReplayEngine::joinOthers() {
-  std::vector<std::thread> joinable;
-  {
-    std::lock_guard lock(mutex_);
-    auto self = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
-      return thread.get_id() == std::this_thread::get_id();
-    });
-    std::thread own;
-    if (self != threads_.end()) own = std::move(*self);
-    for (std::thread& thread : threads_) {
-      if (thread.joinable()) joinable.push_back(std::move(thread));
-    }
-    threads_.clear();
-    if (own.joinable()) threads_.push_back(std::move(own));
-  }
-  for (std::thread& thread : joinable)
-    thread.join();
 }
 
 std::shared_ptr<PackageEngine> makeDefaultPackageEngine() {

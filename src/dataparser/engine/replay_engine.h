@@ -46,6 +46,7 @@
 #include <vector>
 
 #include "dataparser/core/package_engine.h"
+#include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
 
 namespace dataparser {
@@ -106,7 +107,6 @@ class ReplayEngine final : public PackageEngine {
   void send(const Replay& replay, CallbackTypeExtend code, const std::string* text);
   // Waits the block delay; false once a stop was asked for.
   bool pause();
-  void joinOthers();  // joins every replay thread but the calling one
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
@@ -121,7 +121,7 @@ class ReplayEngine final : public PackageEngine {
   std::uint64_t generation_ =
       0;  // of the latest replay  // the running replay has sent its end (92 or 84)
   std::atomic<bool> stopRequested_ = false;
-  std::vector<std::thread> threads_;
+  EngineThreads threads_;  // last: joined before the state above goes
 };
 
 }  // namespace dataparser

@@ -24,20 +24,6 @@ bool isAscii(std::string_view text) {
                      [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-bool isValidUtf8(std::string_view text) {
-  if (isAscii(text)) return true;
-  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  auto remaining = static_cast<utf8proc_ssize_t>(text.size());
-  while (remaining > 0) {
-    utf8proc_int32_t codepoint = 0;
-    const utf8proc_ssize_t used = utf8proc_iterate(bytes, remaining, &codepoint);
-    if (used <= 0) return false;
-    bytes += used;
-    remaining -= used;
-  }
-  return true;
-}
-
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
 int hexValue(char c) {
@@ -123,6 +109,41 @@ bool isBase64Letter(char c) {
 
 }  // namespace
 
+bool isValidUtf8(std::string_view text) {
+  if (isAscii(text)) return true;
+  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto remaining = static_cast<utf8proc_ssize_t>(text.size());
+  while (remaining > 0) {
+    utf8proc_int32_t codepoint = 0;
+    const utf8proc_ssize_t used = utf8proc_iterate(bytes, remaining, &codepoint);
+    if (used <= 0) return false;
+    bytes += used;
+    remaining -= used;
+  }
+  return true;
+}
+
+std::string repairedUtf8(std::string_view text) {
+  if (isValidUtf8(text)) return std::string(text);
+  std::string out;
+  out.reserve(text.size() + 8);
+  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto remaining = static_cast<utf8proc_ssize_t>(text.size());
+  while (remaining > 0) {
+    utf8proc_int32_t codepoint = 0;
+    utf8proc_ssize_t used = utf8proc_iterate(bytes, remaining, &codepoint);
+    if (used <= 0) {
+      out += "\xEF\xBF\xBD";
+      used = 1;
+    } else {
+      out.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(used));
+    }
+    bytes += used;
+    remaining -= used;
+  }
+  return out;
+}
+
 std::optional<std::string> foldDiacritics(std::string_view text) {
   if (isAscii(text)) return std::string(text);
   utf8proc_uint8_t* folded = nullptr;
@@ -149,10 +170,13 @@ std::string stringByReplacingOccurrences(std::string_view text, std::string_view
   return out.append(text, from, std::string_view::npos);
 }
 
-std::string md5String(std::string_view text) {
+namespace {
+
+// Lower-case hexadecimal digest of `text` under `digest`; "" when the digest fails.
+std::string hexDigest(std::string_view text, const EVP_MD* digestKind) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
-  if (EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_md5(), nullptr) != 1) {
+  if (EVP_Digest(text.data(), text.size(), digest.data(), &length, digestKind, nullptr) != 1) {
     return {};
   }
   std::string hex;
@@ -162,6 +186,16 @@ std::string md5String(std::string_view text) {
     hex += "0123456789abcdef"[digest[i] & 0xF];
   }
   return hex;
+}
+
+}  // namespace
+
+std::string md5String(std::string_view text) {
+  return hexDigest(text, EVP_md5());
+}
+
+std::string sha1String(std::string_view text) {
+  return hexDigest(text, EVP_sha1());
 }
 
 std::string URLEncodedString(std::string_view text) {

@@ -27,8 +27,16 @@ inline bool empty(std::string_view text) {
 std::string stringByReplacingOccurrences(std::string_view text, std::string_view target,
                                          std::string_view replacement);
 
+// True when the bytes are valid UTF-8.
+bool isValidUtf8(std::string_view text);
+// The text with every byte that does not belong to a valid UTF-8 sequence replaced by U+FFFD;
+// valid text comes back unchanged.
+std::string repairedUtf8(std::string_view text);
+
 // MD5 of the bytes as 32 lower-case hexadecimal digits.
 std::string md5String(std::string_view text);
+// SHA-1 of the bytes as 40 lower-case hexadecimal digits.
+std::string sha1String(std::string_view text);
 
 // Percent-escapes every byte except ASCII letters, digits and "-._~" (so every character of
 // "!*'();:@&=+$,/?%#[]" is escaped, upper-case hex). "" for text that is not valid UTF-8.

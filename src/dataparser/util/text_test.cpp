@@ -16,6 +16,10 @@ TEST(TextTest, Md5OfBytes) {
   EXPECT_EQ(md5String(std::string("a\0b", 3)), md5String(std::string("a\0b", 3)));
   EXPECT_NE(md5String(std::string("a\0b", 3)), md5String("a"));
   EXPECT_EQ(md5String("\xE4\xB8\xAD"), "aed1dfbc31703955e64806b799b67645");  // "中"
+  // The name a device backup gives the messages database.
+  EXPECT_EQ(sha1String("HomeDomain-Library/SMS/sms.db"),
+            "3d0d7e5fb2ce288813306e4d4636395e047a3d28");
+  EXPECT_EQ(sha1String(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
 }
 
 TEST(TextTest, UrlEscapingBothWays) {
