@@ -4,6 +4,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/parsers/media/other_attachment.h"
 #include "dataparser/parsers/messaging/sms.h"
 
 namespace dataparser {
@@ -102,17 +103,18 @@ std::vector<DispatchRow> standardRows() {
 // The long-lived parser classes, made with their plain constructors at the start of a scan.
 std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   std::array<ParserMaker, kParserSlotCount> makers;
-  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;         // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;      // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kKikThumb)] = kNoClassYet;         // IOSKikThumbParser
-  makers[static_cast<std::size_t>(S::kOtherAttachment)] = kNoClassYet;  // IOSOtherAttachmentParser
-  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
-  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
-  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
-  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;        // IOSVoiceMemoParser
-  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;         // IOSReminderParser
+  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;     // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;  // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kKikThumb)] = kNoClassYet;     // IOSKikThumbParser
+  makers[static_cast<std::size_t>(S::kOtherAttachment)] =
+      plainConstructor<IOSOtherAttachmentParser>();
+  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;     // IOSWeChatParser
+  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;       // IOSLineParser
+  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;        // IOSKikParser
+  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;  // IOSVoiceMemoParser
+  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;   // IOSReminderParser
   return makers;
 }
 
