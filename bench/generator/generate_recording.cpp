@@ -1,6 +1,7 @@
 // generate_recording: writes a large, deterministic recorded scan for the benchmarks.
 //
 //   generate_recording sms --messages 1000000 --conversations 10000 --seed 1 --out DIR
+//   generate_recording photos --photos 100000 --seed 1 --out DIR
 //
 // Each data type adds its generator to the table below.
 #include <CLI/CLI.hpp>
@@ -10,6 +11,7 @@
 #include <functional>
 #include <map>
 
+#include "bench/generator/photo_generator.h"
 #include "bench/generator/sms_generator.h"
 
 int main(int argc, char** argv) {
@@ -18,13 +20,18 @@ int main(int argc, char** argv) {
   std::string kind;
   std::string out;
   SmsOptions sms;
-  app.add_option("kind", kind, "Data type to generate")->required()->check(CLI::IsMember({"sms"}));
+  PhotoOptions photos;
+  app.add_option("kind", kind, "Data type to generate")
+      ->required()
+      ->check(CLI::IsMember({"sms", "photos"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
       ->check(CLI::PositiveNumber);
+  app.add_option("--photos", photos.photos, "Number of photo records")->check(CLI::PositiveNumber);
   app.add_option("--seed", sms.seed, "Random seed");
   CLI11_PARSE(app, argc, argv);
+  photos.seed = sms.seed;
 
   if (std::filesystem::exists(out)) {
     std::fprintf(stderr, "generate_recording: %s exists already\n", out.c_str());
@@ -33,6 +40,7 @@ int main(int argc, char** argv) {
   using Generator = std::function<GeneratedCounts(RecordingWriter&)>;
   const std::map<std::string, Generator> generators = {
       {"sms", [&](RecordingWriter& recording) { return generateSms(recording, sms); }},
+      {"photos", [&](RecordingWriter& recording) { return generatePhotos(recording, photos); }},
   };
   try {
     RecordingWriter recording(out);
