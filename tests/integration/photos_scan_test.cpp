@@ -49,7 +49,8 @@ TEST(PhotosScanIntegrationTest, SampleLibraryAppFilesAndLooseMedia) {
 
   json::View photos = lists["2"];
   using Names = std::vector<std::string>;
-  EXPECT_EQ(texts(photos, "name"), (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0005.JPG"}));
+  EXPECT_EQ(texts(photos, "name"),
+            (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0005.JPG", "../../IMG_0008.JPG"}));
   EXPECT_EQ(photos.at(0)["class"].string(), "IOSPhotoItem");
   EXPECT_EQ(photos.at(0)["groupTitle"].string(), "2023-06-14");
   EXPECT_EQ(photos.at(0)["strSize"].string(), "812 bytes");
@@ -77,8 +78,8 @@ TEST(PhotosScanIntegrationTest, SampleLibraryAppFilesAndLooseMedia) {
   int withDeletedStatus = -1;
   json::Value all = scanPhotoSample(true, dir, &withDeletedStatus);
   ASSERT_EQ(withDeletedStatus, 0);
-  EXPECT_EQ(texts(all["lists"]["2"], "name"),
-            (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0004.GIF", "IMG_0005.JPG"}));
+  EXPECT_EQ(texts(all["lists"]["2"], "name"), (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0004.GIF",
+                                                     "IMG_0005.JPG", "../../IMG_0008.JPG"}));
 }
 
 }  // namespace
