@@ -23,11 +23,13 @@ namespace {
 void statNamedFiles(simdjson::dom::element element, std::string_view key, std::uint64_t& stats,
                     std::uint64_t& found) {
   if (element.is_array()) {
-    for (simdjson::dom::element child : element.get_array().value_unsafe()) {
+    simdjson::dom::array array = element.get_array().value_unsafe();
+    for (simdjson::dom::element child : array) {
       statNamedFiles(child, key, stats, found);
     }
   } else if (element.is_object()) {
-    for (simdjson::dom::key_value_pair member : element.get_object().value_unsafe()) {
+    simdjson::dom::object object = element.get_object().value_unsafe();
+    for (simdjson::dom::key_value_pair member : object) {
       if (member.key == key && member.value.is_string()) {
         std::string path(member.value.get_string().value_unsafe());
         struct stat info {};
