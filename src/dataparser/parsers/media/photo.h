@@ -115,7 +115,8 @@ class IOSPhotoItem : public IOSBaseItem, public std::enable_shared_from_this<IOS
   // Downloads the full file of an iCloud item into {working root}/iCloud/tmp/{name} and waits
   // for it (at most 1800 seconds); then calls `completion`. Returns at once, without calling
   // `completion`, when `localPath` is set, `imageUrl` is empty or the file is there already.
-  // On success both `localPath` and `thumbPath` name the downloaded file.
+  // On success both `localPath` and `thumbPath` name the downloaded file. A download that ends
+  // after the wait gave up may still set them later, from the MainQueue.
   void startDownloadAndCompleted(const std::function<void()>& completion);
   // How long `startDownloadAndCompleted` waits; 1800 seconds unless changed.
   static void setDownloadTimeout(std::chrono::milliseconds timeout);

@@ -278,6 +278,13 @@ TEST(PhotoItemTest, ThumbnailsDecodeOnlyWhenAskedAndBadPicturesGiveNone) {
                                                               item->thumb()->height())));
     }
   }
+  // Listing reads no picture: one that turns bad after the parse gives no thumbnail.
+  std::string later = dir.write("later.jpg", jpeg);
+  auto parser = IOSPhotoParser::parserWithJSONData(
+      batchNaming(dir, R"({"origin_file_path": ")" + later + R"("})"), true);
+  dir.write("later.jpg", "gone bad");
+  ASSERT_EQ(parser->items().size(), 1u);
+  EXPECT_EQ(photoAt(parser->items(), 0)->thumb(), nullptr);
   // A truncated picture may pass its header check; scaling it still gives nothing.
   auto cut = Image::imageWithContentsOfFile(truncated);
   EXPECT_EQ(IOSPhotoItem::ATThumbnailImageFromImage(cut), nullptr);
