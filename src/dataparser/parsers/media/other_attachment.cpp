@@ -40,8 +40,8 @@ void IOSOtherAttachmentParser::addJSONData(JSONData data) {
     ItemList* list = currentList();
     if (list == nullptr) continue;
     std::string local(backupPath);
-    // A folder at the backup path is no attachment.
-    if (!fileExists(local) || isDirectory(local)) continue;
+    // A folder or a device at the backup path is no attachment.
+    if (!isRegularFile(local)) continue;
     if (isExistLocalFile(local, relativePath, *list)) continue;
     AttachmentPtr attachment = IOSAttachmentItem::item();
     attachment->setLocalPath(std::move(local));

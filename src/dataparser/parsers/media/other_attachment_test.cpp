@@ -94,6 +94,7 @@ TEST(OtherAttachmentParserTest, EntriesAreKeptOnlyWithBothPathsAndAFileOnDisk) {
       {"paths of the wrong type", -4,
        R"({"media_file": [{"backup_path": 5, "relative_path": "/a"}, 7, null, "x"]})", 0},
       {"folder instead of file", -4, batch({{dir.str(), "/dir"}}), 0},
+      {"device instead of file", -4, batch({{"/dev/null", "/null"}}), 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

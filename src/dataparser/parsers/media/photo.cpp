@@ -17,11 +17,9 @@ namespace {
 
 std::atomic<std::int64_t> downloadTimeoutMs{std::int64_t{1800} * 1000};
 
-// A file (not a folder) is there.
+// A regular file is there: a folder or a device is never read as a picture or a batch.
 bool isFileAt(std::string_view path) {
-  if (path.empty()) return false;
-  std::string text(path);
-  return fileExists(text) && !isDirectory(text);
+  return !path.empty() && isRegularFile(std::string(path));
 }
 
 // Percent-escapes what may not stand in the query of a URL: everything but ASCII letters,

@@ -104,8 +104,8 @@ TEST(PhotoParserTest, BatchListsThatHoldNothingGiveNoItems) {
       {R"({"photo_file_path": null})", 0},
       {R"([1])", 0},
       {R"({"photo_file_path": [)", 0},
-      {R"({"photo_file_path": ["/no/such.json", 5, ")" + dir.str() + R"(", ")" + bad + R"(", ")" +
-           other + R"(", ")" + good + R"("]})",
+      {R"({"photo_file_path": ["/no/such.json", 5, "/dev/zero", ")" + dir.str() + R"(", ")" + bad +
+           R"(", ")" + other + R"(", ")" + good + R"("]})",
        1},
   };
   for (const auto& [block, count] : cases) {
@@ -265,6 +265,7 @@ TEST(PhotoItemTest, ThumbnailsDecodeOnlyWhenAskedAndBadPicturesGiveNone) {
       {"not a picture", R"({"origin_file_path": ")" + text + R"("})", false},
       {"missing", R"({"origin_file_path": "/no/such.jpg"})", false},
       {"folder", R"({"origin_file_path": ")" + dir.str() + R"("})", false},
+      {"device", R"({"origin_file_path": "/dev/zero"})", false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
