@@ -1,16 +1,54 @@
 // json_floor: the floor of a scan's cost. Reads and parses every JSON byte of a recording
 // (the stream blocks and every .json file below the folder) with simdjson alone, one document
 // at a time, and prints "floor: bytes=N seconds=S".
+//
+//   json_floor RECORDING [--stat KEY]
+//
+// With --stat, the floor also asks the file system about every file that a string member named
+// KEY names, anywhere in the documents (one stat each): the least a scan that checks its files
+// must do.
 #include <simdjson.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <string>
+#include <string_view>
 #include <vector>
 
+namespace {
+
+// Stats the file of every string member named `key` below `element`; counts the files found.
+void statNamedFiles(simdjson::dom::element element, std::string_view key, std::uint64_t& stats,
+                    std::uint64_t& found) {
+  if (element.is_array()) {
+    simdjson::dom::array array = element.get_array().value_unsafe();
+    for (simdjson::dom::element child : array) {
+      statNamedFiles(child, key, stats, found);
+    }
+  } else if (element.is_object()) {
+    simdjson::dom::object object = element.get_object().value_unsafe();
+    for (simdjson::dom::key_value_pair member : object) {
+      if (member.key == key && member.value.is_string()) {
+        std::string path(member.value.get_string().value_unsafe());
+        struct stat info {};
+        ++stats;
+        if (::stat(path.c_str(), &info) == 0) ++found;
+      } else {
+        statNamedFiles(member.value, key, stats, found);
+      }
+    }
+  }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: json_floor RECORDING\n");
+  std::string statKey;
+  if (argc == 4 && std::string_view(argv[2]) == "--stat") statKey = argv[3];
+  if (argc != 2 && statKey.empty()) {
+    std::fprintf(stderr, "usage: json_floor RECORDING [--stat KEY]\n");
     return 2;
   }
   namespace fs = std::filesystem;
@@ -24,6 +62,8 @@ int main(int argc, char** argv) {
   simdjson::dom::parser parser;
   std::uint64_t bytes = 0;
   std::uint64_t elements = 0;
+  std::uint64_t stats = 0;
+  std::uint64_t found = 0;
   for (const fs::path& file : files) {
     simdjson::padded_string text;
     if (simdjson::padded_string::load(file.string()).get(text) != simdjson::SUCCESS) {
@@ -37,10 +77,12 @@ int main(int argc, char** argv) {
       return 1;
     }
     elements += root.is_object() ? 1 : 0;
+    if (!statKey.empty()) statNamedFiles(root, statKey, stats, found);
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  std::printf("floor: bytes=%llu seconds=%.3f documents=%llu\n",
+  std::printf("floor: bytes=%llu seconds=%.3f documents=%llu stats=%llu files=%llu\n",
               static_cast<unsigned long long>(bytes), seconds,
-              static_cast<unsigned long long>(elements));
+              static_cast<unsigned long long>(elements), static_cast<unsigned long long>(stats),
+              static_cast<unsigned long long>(found));
   return 0;
 }

@@ -2,6 +2,7 @@
 //
 //   generate_recording sms --messages 1000000 --conversations 10000 --seed 1 --out DIR
 //   generate_recording contacts --contacts 100000 --seed 1 --out DIR
+//   generate_recording photos --photos 100000 --seed 1 --out DIR
 //   generate_recording backup --messages 1000000 --conversations 10000 --seed 1 --out DIR
 //
 // "backup" writes a device backup folder (Manifest.plist, Manifest.db and an sms.db stored under
@@ -16,6 +17,7 @@
 #include <map>
 
 #include "bench/generator/contacts_generator.h"
+#include "bench/generator/photo_generator.h"
 #include "bench/generator/sms_generator.h"
 #include "bench/generator/whatsapp_generator.h"
 #include "tests/backup_fixture.h"
@@ -27,9 +29,10 @@ int main(int argc, char** argv) {
   std::string out;
   SmsOptions sms;
   ContactsOptions contacts;
+  PhotoOptions photos;
   app.add_option("kind", kind, "Data type to generate")
       ->required()
-      ->check(CLI::IsMember({"sms", "contacts", "whatsapp", "backup"}));
+      ->check(CLI::IsMember({"sms", "contacts", "photos", "whatsapp", "backup"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -37,12 +40,13 @@ int main(int argc, char** argv) {
   app.add_option("--contacts", contacts.contacts, "Number of contacts")->check(CLI::PositiveNumber);
   app.add_option("--contacts-per-file", contacts.contactsPerFile, "Contacts per contact file")
       ->check(CLI::PositiveNumber);
+  app.add_option("--photos", photos.photos, "Number of photo records")->check(CLI::PositiveNumber);
   std::uint64_t seed = 1;
   app.add_option("--seed", seed, "Random seed");
   CLI11_PARSE(app, argc, argv);
-
   sms.seed = seed;
   contacts.seed = seed;
+  photos.seed = seed;
   if (std::filesystem::exists(out)) {
     std::fprintf(stderr, "generate_recording: %s exists already\n", out.c_str());
     return 1;
@@ -63,6 +67,7 @@ int main(int argc, char** argv) {
       {"contacts",
        [&](RecordingWriter& recording) { return generateContacts(recording, contacts); }},
       {"whatsapp", [&](RecordingWriter& recording) { return generateWhatsapp(recording, sms); }},
+      {"photos", [&](RecordingWriter& recording) { return generatePhotos(recording, photos); }},
   };
   try {
     RecordingWriter recording(out);

@@ -1,6 +1,7 @@
 #include "bench/generator/recording_writer.h"
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <stdexcept>
 
@@ -92,6 +93,27 @@ std::string TextSource::name() {
   static constexpr std::array<std::string_view, 10> kNames = {
       "Ann", "Bob", "Chloé", "Dmitri", "Emi", "Farah", "Günther", "Hana", "Iván", "Jun"};
   return std::string(kNames[static_cast<std::size_t>(between(0, kNames.size() - 1))]);
+}
+
+std::string engineDate(std::int64_t secondsSince1970) {
+  using namespace std::chrono;
+  sys_seconds time{seconds(secondsSince1970)};
+  sys_days day = floor<days>(time);
+  year_month_day ymd(day);
+  hh_mm_ss clock(time - day);
+  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
+                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count());
+}
+
+void string(JsonWriter& w, std::string_view key, std::string_view value) {
+  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+}
+
+void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
+  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  w.Int64(value);
 }
 
 }  // namespace dataparser::bench

@@ -4,6 +4,9 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/parsers/media/app_file.h"
+#include "dataparser/parsers/media/other_attachment.h"
+#include "dataparser/parsers/media/photo.h"
 #include "dataparser/parsers/messaging/kik.h"
 #include "dataparser/parsers/messaging/line.h"
 #include "dataparser/parsers/messaging/sms.h"
@@ -76,8 +79,7 @@ std::vector<DispatchRow> standardRows() {
       made(IOSDataTypeOtherNote, kThree, factory3<IOSOtherAccountNoteParser>(),
            kResultNoteAttachments),
       fed(IOSDataTypeKikMedia, S::kKikThumb, true),
-      // IOSPhotoParser
-      made(IOSDataTypePhoto, kTwo, kNotYetBuilt, kResultPhotoVideos),
+      made(IOSDataTypePhoto, kTwo, factory2<IOSPhotoParser>(), kResultPhotoVideos),
       fed(IOSDataTypeAppPhoto, S::kAppPhoto, false),
       fed(IOSDataTypeAppAudio, S::kAppAudio, false),
       fed(IOSDataTypeAppVideo, S::kAppVideo, false),
@@ -111,13 +113,14 @@ std::vector<DispatchRow> standardRows() {
 // The long-lived parser classes, made with their plain constructors at the start of a scan.
 std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   std::array<ParserMaker, kParserSlotCount> makers;
-  makers[static_cast<std::size_t>(S::kAppPhoto)] = kNoClassYet;     // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppVideo)] = kNoClassYet;     // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppAudio)] = kNoClassYet;     // IOSAppFileParser
-  makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;  // IOSAppFileParser
+  makers[static_cast<std::size_t>(S::kAppPhoto)] = plainConstructor<IOSAppFileParser>();
+  makers[static_cast<std::size_t>(S::kAppVideo)] = plainConstructor<IOSAppFileParser>();
+  makers[static_cast<std::size_t>(S::kAppAudio)] = plainConstructor<IOSAppFileParser>();
+  makers[static_cast<std::size_t>(S::kAppDocument)] = plainConstructor<IOSAppFileParser>();
   makers[static_cast<std::size_t>(S::kKikThumb)] = plainConstructor<IOSKikThumbParser>();
-  makers[static_cast<std::size_t>(S::kOtherAttachment)] = kNoClassYet;  // IOSOtherAttachmentParser
-  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
+  makers[static_cast<std::size_t>(S::kOtherAttachment)] =
+      plainConstructor<IOSOtherAttachmentParser>();
+  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;  // IOSWeChatParser
   makers[static_cast<std::size_t>(S::kLine)] = plainConstructor<IOSLineParser>();
   makers[static_cast<std::size_t>(S::kKik)] = plainConstructor<IOSKikParser>();
   makers[static_cast<std::size_t>(S::kVoiceMemo)] = plainConstructor<IOSVoiceMemoParser>();

@@ -159,6 +159,11 @@ bool fileExists(const std::string& path) {
   return !path.empty() && ::stat(path.c_str(), &status) == 0;
 }
 
+bool isRegularFile(const std::string& path) {
+  struct stat status {};
+  return !path.empty() && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isDirectory(const std::string& path) {
   struct stat status {};
   return !path.empty() && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);

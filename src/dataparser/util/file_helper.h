@@ -58,6 +58,9 @@ std::uint64_t isSpaceEnough(std::uint64_t size, const std::string& path);
 
 // True when something exists at `path` (links followed).
 bool fileExists(const std::string& path);
+// True when a regular file is at `path` (links followed): one stat. Devices, pipes and folders
+// are not files to open.
+bool isRegularFile(const std::string& path);
 bool isDirectory(const std::string& path);
 // Creates a folder with its parents; true when it exists afterwards. `error` gets the reason.
 bool createDirectories(const std::string& path, std::string* error = nullptr);
