@@ -2,7 +2,6 @@
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +17,7 @@
 #include "dataparser/model/describable.h"
 #include "dataparser/report/viewer_assets.h"
 #include "dataparser/util/date.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 
@@ -45,12 +45,10 @@ bool namesLocalFile(std::string_view name) {
   return name.size() > 4 && name.ends_with("Path") && name != "devicePath";
 }
 
-bool isRegularFile(std::string_view path) {
-  if (path.empty() || path.front() != '/' || path.find('\0') != std::string_view::npos) {
-    return false;
-  }
-  struct stat info {};
-  return ::stat(std::string(path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
+// An absolute path of a regular file.
+bool isLocalFile(std::string_view path) {
+  return !path.empty() && path.front() == '/' && path.find('\0') == std::string_view::npos &&
+         isRegularFile(std::string(path));
 }
 
 // "file://" and the path with every byte but unreserved ones and "/" percent-escaped.
@@ -252,7 +250,7 @@ class ReportFieldWriter final : public FieldVisitor {
   void onString(std::string_view name, std::string_view value) override {
     if (ignored(name)) return;
     key(name);
-    if (namesLocalFile(name) && isRegularFile(value)) {
+    if (namesLocalFile(name) && isLocalFile(value)) {
       std::string path(value);
       out_->StartObject();
       out_->Key("href");

@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::int64_t kFlagsFile = 1;  // Files.flags: 1 file, 2 folder, 4 symbolic link
 
-bool isRegularFile(const std::string& path) {
+// A regular file that is not reached through a symbolic link: a backup's links never count.
+bool isFileNotLink(const std::string& path) {
   struct stat info {};
   return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
@@ -19,7 +20,7 @@ bool isRegularFile(const std::string& path) {
 // "IsEncrypted" of Manifest.plist (XML or binary); false when the file or key is missing.
 bool isEncrypted(const std::string& folder) {
   const std::string path = folder + "/Manifest.plist";
-  if (!isRegularFile(path)) return false;
+  if (!isFileNotLink(path)) return false;
   std::optional<std::string> bytes = readFile(path);
   if (!bytes || bytes->empty() || bytes->size() > 64u * 1024 * 1024) return false;
   plist_t root = nullptr;
@@ -48,7 +49,7 @@ std::string backupFileID(std::string_view domain, std::string_view relativePath)
 }
 
 bool BackupManifest::isBackup(const std::string& folder) {
-  return isRegularFile(folder + "/Manifest.db");
+  return isFileNotLink(folder + "/Manifest.db");
 }
 
 std::unique_ptr<BackupManifest> BackupManifest::open(const std::string& folder, Failure* failure,
@@ -88,9 +89,9 @@ std::string BackupManifest::filePath(std::string_view domain, std::string_view r
   lookup_.reset();
   if (!isFile) return {};
   std::string nested = folder_ + "/" + id.substr(0, 2) + "/" + id;
-  if (isRegularFile(nested)) return nested;
+  if (isFileNotLink(nested)) return nested;
   std::string flat = folder_ + "/" + id;
-  if (isRegularFile(flat)) return flat;
+  if (isFileNotLink(flat)) return flat;
   return {};
 }
 
