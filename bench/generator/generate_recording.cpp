@@ -1,6 +1,7 @@
 // generate_recording: writes a large, deterministic recorded scan for the benchmarks.
 //
 //   generate_recording sms --messages 1000000 --conversations 10000 --seed 1 --out DIR
+//   generate_recording wechat --messages 1000000 --conversations 5000 --seed 1 --out DIR
 //
 // Each data type adds its generator to the table below.
 #include <CLI/CLI.hpp>
@@ -11,6 +12,7 @@
 #include <map>
 
 #include "bench/generator/sms_generator.h"
+#include "bench/generator/wechat_generator.h"
 
 int main(int argc, char** argv) {
   using namespace dataparser::bench;
@@ -18,7 +20,10 @@ int main(int argc, char** argv) {
   std::string kind;
   std::string out;
   SmsOptions sms;
-  app.add_option("kind", kind, "Data type to generate")->required()->check(CLI::IsMember({"sms"}));
+  WeChatOptions wechat;
+  app.add_option("kind", kind, "Data type to generate")
+      ->required()
+      ->check(CLI::IsMember({"sms", "wechat"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -33,6 +38,13 @@ int main(int argc, char** argv) {
   using Generator = std::function<GeneratedCounts(RecordingWriter&)>;
   const std::map<std::string, Generator> generators = {
       {"sms", [&](RecordingWriter& recording) { return generateSms(recording, sms); }},
+      {"wechat",
+       [&](RecordingWriter& recording) {
+         wechat.messages = sms.messages;
+         wechat.conversations = sms.conversations;
+         wechat.seed = sms.seed;
+         return generateWeChat(recording, wechat);
+       }},
   };
   try {
     RecordingWriter recording(out);

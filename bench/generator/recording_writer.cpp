@@ -1,6 +1,7 @@
 #include "bench/generator/recording_writer.h"
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <stdexcept>
 
@@ -62,6 +63,27 @@ constexpr std::array<std::string_view, 24> kWords = {
     "明天",  "見る",    "😀",        "👍🏽", "مرحبا",  "שלום",    "Ελλάδα", "lunch"};
 
 }  // namespace
+
+std::string engineDate(std::int64_t secondsSince1970) {
+  using namespace std::chrono;
+  sys_seconds time{seconds(secondsSince1970)};
+  sys_days day = floor<days>(time);
+  year_month_day ymd(day);
+  hh_mm_ss clock(time - day);
+  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
+                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count());
+}
+
+void writeString(JsonWriter& writer, std::string_view key, std::string_view value) {
+  writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+}
+
+void writeInteger(JsonWriter& writer, std::string_view key, std::int64_t value) {
+  writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  writer.Int64(value);
+}
 
 std::int64_t TextSource::between(std::int64_t low, std::int64_t high) {
   return std::uniform_int_distribution<std::int64_t>(low, high)(random_);

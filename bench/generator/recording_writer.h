@@ -58,6 +58,12 @@ class RecordingWriter {
   int sequence_ = 0;
 };
 
+// "MM-dd-yyyy HH:mm:ss" in UTC, the engine's date text.
+std::string engineDate(std::int64_t secondsSince1970);
+// One member of the object being written.
+void writeString(JsonWriter& writer, std::string_view key, std::string_view value);
+void writeInteger(JsonWriter& writer, std::string_view key, std::int64_t value);
+
 // Deterministic text material.
 class TextSource {
  public:

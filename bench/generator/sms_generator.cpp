@@ -1,6 +1,5 @@
 #include "bench/generator/sms_generator.h"
 
-#include <chrono>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -28,26 +27,12 @@ void writeAttachmentPool(RecordingWriter& recording, TextSource& source) {
   }
 }
 
-// "MM-dd-yyyy HH:mm:ss" in UTC.
-std::string engineDate(std::int64_t secondsSince1970) {
-  using namespace std::chrono;
-  sys_seconds time{seconds(secondsSince1970)};
-  sys_days day = floor<days>(time);
-  year_month_day ymd(day);
-  hh_mm_ss clock(time - day);
-  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
-                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
-                     clock.minutes().count(), clock.seconds().count());
-}
-
 void string(JsonWriter& w, std::string_view key, std::string_view value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+  writeString(w, key, value);
 }
 
 void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.Int64(value);
+  writeInteger(w, key, value);
 }
 
 struct Member {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "dataparser/parsers/messaging/sms.h"
+#include "dataparser/parsers/messaging/wechat.h"
 
 namespace dataparser {
 namespace {
@@ -108,11 +109,11 @@ std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   makers[static_cast<std::size_t>(S::kAppDocument)] = kNoClassYet;      // IOSAppFileParser
   makers[static_cast<std::size_t>(S::kKikThumb)] = kNoClassYet;         // IOSKikThumbParser
   makers[static_cast<std::size_t>(S::kOtherAttachment)] = kNoClassYet;  // IOSOtherAttachmentParser
-  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;           // IOSWeChatParser
-  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;             // IOSLineParser
-  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;              // IOSKikParser
-  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;        // IOSVoiceMemoParser
-  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;         // IOSReminderParser
+  makers[static_cast<std::size_t>(S::kWeChat)] = plainConstructor<IOSWeChatParser>();
+  makers[static_cast<std::size_t>(S::kLine)] = kNoClassYet;       // IOSLineParser
+  makers[static_cast<std::size_t>(S::kKik)] = kNoClassYet;        // IOSKikParser
+  makers[static_cast<std::size_t>(S::kVoiceMemo)] = kNoClassYet;  // IOSVoiceMemoParser
+  makers[static_cast<std::size_t>(S::kReminder)] = kNoClassYet;   // IOSReminderParser
   return makers;
 }
 

@@ -37,6 +37,7 @@ std::optional<MessageList> messagesOfDocument(const json::Value& document,
   messages.reserve(list.size());
   for (json::View record : list.elements()) {
     if (!record.isObject()) continue;
+    if (rules.eachRecord) rules.eachRecord(record);
     const json::Value shared = document.sub(record);
     MessagePtr message = rules.factory ? rules.factory(shared)
                                        : IOSBaseItem::itemWithDictionary<IOSBaseSingleItem>(shared);
