@@ -399,8 +399,9 @@ void IOSWeChatSessionItem::initWithDictionary(const json::Value& record, WeChatF
 }
 
 const ImagePtr& IOSWeChatSessionItem::image() const {
-  if (!IOSBaseSessionItem::image() && !imageTried_ && !imagePath().empty()) {
+  if (!IOSBaseSessionItem::image() && !imageTried_) {
     imageTried_ = true;
+    if (!isRegularFile(imagePath())) return IOSBaseSessionItem::image();
     const_cast<IOSWeChatSessionItem*>(this)->setImage(Image::imageWithContentsOfFile(imagePath()));
   }
   return IOSBaseSessionItem::image();
@@ -423,7 +424,7 @@ const std::string& IOSWeChatContactItem::displayName() const {
 }
 
 const ImagePtr& IOSWeChatContactItem::image() const {
-  if (!image_ && exists(imagePath_)) image_ = Image::imageWithContentsOfFile(imagePath_);
+  if (!image_ && isRegularFile(imagePath_)) image_ = Image::imageWithContentsOfFile(imagePath_);
   return image_;
 }
 
