@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <unordered_map>
+#include <vector>
 
 #include "dataparser/core/file_helper.h"
 #include "dataparser/model/payload.h"
@@ -38,7 +39,20 @@ class WeChatFeed {
   // Adds a conversation picture.
   void collectPicture(const std::string& local, std::string device);
 
+  // Whether a file exists at `path`, a text of the record being read. The file collection and
+  // the message's attachment test the same paths of a record; each is looked up once. Entries
+  // are told apart by where their text lies in the record's document, so they are forgotten
+  // before another record is read.
+  bool onDisk(std::string_view path);
+  void forgetRecord() { seen_.clear(); }
+
  private:
+  struct Seen {
+    const char* data;
+    std::size_t size;
+    bool found;
+  };
+  std::vector<Seen> seen_;
   std::unordered_map<std::string, std::string> emojiFiles_;
   std::int64_t nextEmojiNumber_ = 0;
 };
@@ -62,10 +76,10 @@ struct FilePlace {
 };
 
 // The first of two places whose local file exists; not found when neither does.
-FilePlace firstExisting(json::View local, json::View device, json::View otherLocal,
-                        json::View otherDevice) {
-  if (exists(local.string())) return {local.string(), device.string(), true};
-  if (exists(otherLocal.string())) return {otherLocal.string(), otherDevice.string(), true};
+FilePlace firstExisting(WeChatFeed& feed, json::View local, json::View device,
+                        json::View otherLocal, json::View otherDevice) {
+  if (feed.onDisk(local.string())) return {local.string(), device.string(), true};
+  if (feed.onDisk(otherLocal.string())) return {otherLocal.string(), otherDevice.string(), true};
   return {};
 }
 
@@ -101,6 +115,16 @@ const std::string& WeChatFeed::emojiPicture(const std::string& url) {
   return emojiFiles_.emplace(url, std::move(path)).first->second;
 }
 
+bool WeChatFeed::onDisk(std::string_view path) {
+  if (path.empty()) return false;
+  for (const Seen& entry : seen_) {
+    if (entry.data == path.data() && entry.size == path.size()) return entry.found;
+  }
+  const bool found = exists(path);
+  seen_.push_back({path.data(), path.size(), found});
+  return found;
+}
+
 void WeChatFeed::collectPicture(const std::string& local, std::string device) {
   if (attachments == nullptr || !exists(local)) return;
   AttachmentPtr picture = IOSAttachmentItem::item();
@@ -111,15 +135,17 @@ void WeChatFeed::collectPicture(const std::string& local, std::string device) {
 }
 
 void WeChatFeed::collectRecord(json::View record) {
+  forgetRecord();
   if (attachments == nullptr) return;
   auto [contentType, mediaType, title, mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice,
         thumbLocal, otherThumbLocal] =
       record.fields({"content_type", "media_type", "title", "media_backup", "media_path",
                      "other_media_backup", "other_media_path", "thumb_backup",
                      "other_thumb_backup"});
-  FilePlace media = firstExisting(mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice);
-  std::string_view thumb = exists(thumbLocal.string())        ? thumbLocal.string()
-                           : exists(otherThumbLocal.string()) ? otherThumbLocal.string()
+  FilePlace media =
+      firstExisting(*this, mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice);
+  std::string_view thumb = onDisk(thumbLocal.string())        ? thumbLocal.string()
+                           : onDisk(otherThumbLocal.string()) ? otherThumbLocal.string()
                                                               : std::string_view();
   // Without a device backup only files on disk count; a device backup may name files that
   // arrive later, so its named media files are listed all the same.
@@ -198,7 +224,10 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
   AttachmentPtr attachment = IOSAttachmentItem::item();
   attachment->setFlag(flag());
   const std::uint64_t kind = flag() == 30 ? kAttachmentLink : kindOfFlag(*attachment);
-  if (isHiddenKind(kind)) return false;
+  if (isHiddenKind(kind)) {
+    feed.forgetRecord();
+    return false;
+  }
 
   auto [text, title, summary, url, money, status, duration, locationInfo, poiName, contactName,
         fileSize, mediaType, mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice, thumbLocal,
@@ -225,12 +254,14 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
   auto seconds = [d = duration] { return static_cast<float>(d.numberFromText()); };
   // Video and plain files: the first place whose file exists, for the file and the thumbnail.
   auto resolveFiles = [&] {
-    if (FilePlace file = firstExisting(mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice);
+    if (FilePlace file =
+            firstExisting(feed, mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice);
         file.found) {
       attachment->setLocalPath(std::string(file.local));
       attachment->setDevicePath(std::string(file.device));
     }
-    if (FilePlace thumb = firstExisting(thumbLocal, thumbDevice, otherThumbLocal, otherThumbDevice);
+    if (FilePlace thumb =
+            firstExisting(feed, thumbLocal, thumbDevice, otherThumbLocal, otherThumbDevice);
         thumb.found) {
       attachment->setThumbPath(std::string(thumb.local));
       attachment->setResolvedThumbPath(std::string(thumb.device));
@@ -263,8 +294,8 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
     }
     case kAttachmentPhoto:
       attachment->setDevicePath(mediaDevice.stringCopy());
-      if (exists(mediaLocal.string())) attachment->setLocalPath(mediaLocal.stringCopy());
-      if (exists(thumbLocal.string())) attachment->setThumbPath(thumbLocal.stringCopy());
+      if (feed.onDisk(mediaLocal.string())) attachment->setLocalPath(mediaLocal.stringCopy());
+      if (feed.onDisk(thumbLocal.string())) attachment->setThumbPath(thumbLocal.stringCopy());
       break;
     case kAttachmentMoneyTransfer:
     case kAttachmentRedPacket: {
@@ -297,7 +328,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
       break;
     }
     case kAttachmentAudio: {
-      if (exists(mediaLocal.string())) {
+      if (feed.onDisk(mediaLocal.string())) {
         attachment->setLocalPath(mediaLocal.stringCopy());
         attachment->setDevicePath(mediaDevice.stringCopy());
       }
@@ -317,7 +348,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
       attachment->setMediaFlag(static_cast<std::int32_t>(mediaType.integer()));
       attachment->setSize(fileSize.integerFromText());
       attachment->setName(title.stringCopy());
-      if (exists(mediaLocal.string())) {
+      if (feed.onDisk(mediaLocal.string())) {
         attachment->setLocalPath(mediaLocal.stringCopy());
         attachment->setDevicePath(mediaDevice.stringCopy());
       }
@@ -328,6 +359,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
       resolveFiles();
       break;
   }
+  feed.forgetRecord();
   setAttachment(std::move(attachment));
   return true;
 }
@@ -394,6 +426,7 @@ void IOSWeChatSessionItem::initWithDictionary(const json::Value& record, WeChatF
     messages.insert(messages.end(), std::make_move_iterator(found->begin()),
                     std::make_move_iterator(found->end()));
   }
+  feed.forgetRecord();
   sortBySendDate(messages);
   setContents(std::move(messages));
 }
