@@ -17,8 +17,12 @@
 //
 // The parser is long-lived: every `addJSONData` appends accounts to `items` and files to
 // `attachments`. Account identifiers are shown as "Account1", "Account2", ... numbered across
-// all feeds of the parser. The parser's `attachments` are its own items, one per file found on
-// disk (conversation pictures, media files, thumbnails), not the messages' attachment objects.
+// all feeds of the parser. The parser's `attachments` are its own items, not the messages'
+// attachment objects: one per file that a chat conversation (not a subscription) names and that
+// is on disk, deleted messages included: the conversation picture, each message's media file
+// (its first place, else its "other_" place) and its thumbnail (a photo's thumbnail only when
+// the photo itself is missing). With `deviceBackup`, a named media file that is not there (yet)
+// is listed as well.
 //
 // Thread safety: built and fed on one thread; stopParser() may be called from any thread and
 // ends the feed between conversations.
