@@ -380,6 +380,10 @@ TEST_F(WeChatTest, BadInputCostsOnlyItself) {
   // One broken message file, one broken friend list.
   EXPECT_EQ(linesStartingWith(logs.system(), ">>> ERROR: "), 1);
   EXPECT_EQ(linesStartingWith(logs.system(), "ERROR: "), 1);
+
+  parser.stopParser();
+  parser.addJSONData(block);
+  EXPECT_EQ(parser.items().size(), 3u);  // a stopped parser takes nothing more
 }
 
 TEST_F(WeChatTest, StickersAreFetchedOnceIntoFreeNames) {
