@@ -2,8 +2,8 @@
 find_package(CLI11 CONFIG REQUIRED)
 add_executable(generate_recording
   generator/generate_recording.cpp generator/recording_writer.cpp generator/sms_generator.cpp
-  generator/contacts_generator.cpp generator/photo_generator.cpp generator/whatsapp_generator.cpp
-  "${PROJECT_SOURCE_DIR}/tests/backup_fixture.cpp")
+  generator/contacts_generator.cpp generator/photo_generator.cpp generator/wechat_generator.cpp
+  generator/whatsapp_generator.cpp "${PROJECT_SOURCE_DIR}/tests/backup_fixture.cpp")
 dataparser_warnings(generate_recording)
 target_include_directories(generate_recording PRIVATE "${PROJECT_SOURCE_DIR}")
 target_link_libraries(generate_recording PRIVATE fmt::fmt CLI11::CLI11 dataparser_rapidjson

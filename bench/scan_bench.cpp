@@ -65,11 +65,17 @@ int main(int argc, char** argv) {
   {
     std::lock_guard lock(mutex);
     for (const auto& [type, list] : lists) {
+      if (type == kResultWeChatSecondReport) continue;  // the same accounts again
       items += list.size();
-      if (type == kResultSMSAttachments) attachments += list.size();
+      if (type == kResultSMSAttachments || type == kResultWeChatAttachments) {
+        attachments += list.size();
+      }
       for (const ItemPtr& item : list) {
         if (auto* session = dynamic_cast<const IOSBaseSessionItem*>(item.get())) {
           messages += session->contents().size();
+        } else if (auto* account = dynamic_cast<const IOSAccountItem*>(item.get())) {
+          for (const SessionPtr& accountSession : account->items())
+            messages += accountSession->contents().size();
         }
       }
     }

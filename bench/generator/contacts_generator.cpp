@@ -33,15 +33,15 @@ std::string_view pick(TextSource& source, const std::string_view (&labels)[N]) {
 
 void entryHead(JsonWriter& w, TextSource& source, std::int64_t property, std::string_view label) {
   w.StartObject();
-  integer(w, "label", source.between(1, 40));
-  integer(w, "property", property);
-  string(w, "label_name", label);
+  writeInteger(w, "label", source.between(1, 40));
+  writeInteger(w, "property", property);
+  writeString(w, "label_name", label);
 }
 
 void part(JsonWriter& w, std::string_view name, std::string_view text) {
   w.StartObject();
-  string(w, "entry_key", name);
-  string(w, "entry", text);
+  writeString(w, "entry_key", name);
+  writeString(w, "entry", text);
   w.EndObject();
 }
 
@@ -53,11 +53,11 @@ void writeEntry(JsonWriter& w, TextSource& source, int kind) {
   switch (kind) {
     case 0:
       entryHead(w, source, 3, pick(source, kPhoneLabels));
-      string(w, "value", source.phoneNumber());
+      writeString(w, "value", source.phoneNumber());
       break;
     case 1:
       entryHead(w, source, 4, pick(source, kPlainLabels));
-      string(w, "value", fmt::format("{}@example.org", source.name()));
+      writeString(w, "value", fmt::format("{}@example.org", source.name()));
       break;
     case 2:
       entryHead(w, source, 5, pick(source, kPlainLabels));
@@ -72,17 +72,17 @@ void writeEntry(JsonWriter& w, TextSource& source, int kind) {
       break;
     case 3:
       entryHead(w, source, 12, "_$!<Anniversary>!$_");
-      string(w, "date",
-             fmt::format("{:02}-{:02}-{} 00:00:00", source.between(1, 12), source.between(1, 28),
-                         source.between(1950, 2020)));
+      writeString(w, "date",
+                  fmt::format("{:02}-{:02}-{} 00:00:00", source.between(1, 12),
+                              source.between(1, 28), source.between(1950, 2020)));
       break;
     case 4:
       entryHead(w, source, 23, "_$!<Sister>!$_");
-      string(w, "value", source.name());
+      writeString(w, "value", source.name());
       break;
     case 5:
       entryHead(w, source, 22, "_$!<HomePage>!$_");
-      string(w, "value", fmt::format("https://{}.example.org", source.name()));
+      writeString(w, "value", fmt::format("https://{}.example.org", source.name()));
       break;
     case 6:
       entryHead(w, source, 13, "_$!<Home>!$_");
@@ -107,25 +107,25 @@ void writeEntry(JsonWriter& w, TextSource& source, int kind) {
 
 void writeContact(JsonWriter& w, TextSource& source, std::int64_t id) {
   w.StartObject();
-  integer(w, "ROWID", id);
-  string(w, "guid", fmt::format("{:016X}", static_cast<std::uint64_t>(source.random()())));
-  if (source.chance(0.95)) string(w, "First", source.name());
-  if (source.chance(0.1)) string(w, "Middle", source.name());
-  if (source.chance(0.85)) string(w, "Last", source.name());
-  if (source.chance(0.1)) string(w, "Nickname", source.name());
-  if (source.chance(0.3)) string(w, "Organization", source.text(30));
-  if (source.chance(0.1)) string(w, "Note", source.text(120));
+  writeInteger(w, "ROWID", id);
+  writeString(w, "guid", fmt::format("{:016X}", static_cast<std::uint64_t>(source.random()())));
+  if (source.chance(0.95)) writeString(w, "First", source.name());
+  if (source.chance(0.1)) writeString(w, "Middle", source.name());
+  if (source.chance(0.85)) writeString(w, "Last", source.name());
+  if (source.chance(0.1)) writeString(w, "Nickname", source.name());
+  if (source.chance(0.3)) writeString(w, "Organization", source.text(30));
+  if (source.chance(0.1)) writeString(w, "Note", source.text(120));
   if (source.chance(0.3)) {
-    string(w, "Birthday",
-           fmt::format("{:02}-{:02}-{} 00:00:00", source.between(1, 12), source.between(1, 28),
-                       source.between(1940, 2010)));
+    writeString(w, "Birthday",
+                fmt::format("{:02}-{:02}-{} 00:00:00", source.between(1, 12), source.between(1, 28),
+                            source.between(1940, 2010)));
   }
   if (source.chance(0.05)) {
-    integer(w, "alt_birthday_type", 2);
-    string(w, "AlternateBirthday",
-           fmt::format("0,0,0,4700,{},{}", source.between(1, 12), source.between(1, 30)));
+    writeInteger(w, "alt_birthday_type", 2);
+    writeString(w, "AlternateBirthday",
+                fmt::format("0,0,0,4700,{},{}", source.between(1, 12), source.between(1, 30)));
   }
-  if (source.chance(0.01)) string(w, "tag", "deleted");
+  if (source.chance(0.01)) writeString(w, "tag", "deleted");
   // 3 to 10 entries; phones and e-mails are the most common kinds.
   std::vector<int> kinds;
   std::int64_t count = source.between(3, 10);

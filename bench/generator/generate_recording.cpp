@@ -3,6 +3,7 @@
 //   generate_recording sms --messages 1000000 --conversations 10000 --seed 1 --out DIR
 //   generate_recording contacts --contacts 100000 --seed 1 --out DIR
 //   generate_recording photos --photos 100000 --seed 1 --out DIR
+//   generate_recording wechat --messages 1000000 --conversations 5000 --seed 1 --out DIR
 //   generate_recording backup --messages 1000000 --conversations 10000 --seed 1 --out DIR
 //
 // "backup" writes a device backup folder (Manifest.plist, Manifest.db and an sms.db stored under
@@ -19,6 +20,7 @@
 #include "bench/generator/contacts_generator.h"
 #include "bench/generator/photo_generator.h"
 #include "bench/generator/sms_generator.h"
+#include "bench/generator/wechat_generator.h"
 #include "bench/generator/whatsapp_generator.h"
 #include "tests/backup_fixture.h"
 
@@ -30,9 +32,10 @@ int main(int argc, char** argv) {
   SmsOptions sms;
   ContactsOptions contacts;
   PhotoOptions photos;
+  WeChatOptions wechat;
   app.add_option("kind", kind, "Data type to generate")
       ->required()
-      ->check(CLI::IsMember({"sms", "contacts", "photos", "whatsapp", "backup"}));
+      ->check(CLI::IsMember({"sms", "contacts", "photos", "whatsapp", "wechat", "backup"}));
   app.add_option("--out", out, "Recording folder to write (must not exist)")->required();
   app.add_option("--messages", sms.messages, "Number of records")->check(CLI::PositiveNumber);
   app.add_option("--conversations", sms.conversations, "Number of conversations")
@@ -68,6 +71,13 @@ int main(int argc, char** argv) {
        [&](RecordingWriter& recording) { return generateContacts(recording, contacts); }},
       {"whatsapp", [&](RecordingWriter& recording) { return generateWhatsapp(recording, sms); }},
       {"photos", [&](RecordingWriter& recording) { return generatePhotos(recording, photos); }},
+      {"wechat",
+       [&](RecordingWriter& recording) {
+         wechat.messages = sms.messages;
+         wechat.conversations = sms.conversations;
+         wechat.seed = sms.seed;
+         return generateWeChat(recording, wechat);
+       }},
   };
   try {
     RecordingWriter recording(out);

@@ -25,26 +25,26 @@ void writeRecord(JsonWriter& w, const RecordingWriter& recording, TextSource& so
   clock += source.between(60, 600);
 
   w.StartObject();
-  string(w, "name", name);
-  string(w, "date", engineDate(clock));
-  integer(w, "filesize", source.between(100000, 8000000));
-  integer(w, "is_video", video ? 1 : 0);
+  writeString(w, "name", name);
+  writeString(w, "date", engineDate(clock));
+  writeInteger(w, "filesize", source.between(100000, 8000000));
+  writeInteger(w, "is_video", video ? 1 : 0);
   w.Key("duration");
   w.Double(video ? static_cast<double>(source.between(1, 600)) + 0.5 : 0.0);
-  integer(w, "has_adjustments", edited ? 1 : 0);
-  integer(w, "is_deleted", source.chance(0.02) ? 1 : 0);
-  string(w, "origin_file_path", recording.absolutePath(relative));
-  string(w, "other_file_path", fmt::format("/var/mobile/Media/DCIM/{}/{}", folder, name));
+  writeInteger(w, "has_adjustments", edited ? 1 : 0);
+  writeInteger(w, "is_deleted", source.chance(0.02) ? 1 : 0);
+  writeString(w, "origin_file_path", recording.absolutePath(relative));
+  writeString(w, "other_file_path", fmt::format("/var/mobile/Media/DCIM/{}/{}", folder, name));
   if (video) {
     std::string thumb = fmt::format("files/Thumbnails/{}/{}.JPG", folder, name);
     touch(recording.file(thumb));
-    string(w, "thumb_file_path", recording.absolutePath(thumb));
+    writeString(w, "thumb_file_path", recording.absolutePath(thumb));
   }
   if (edited) {
-    string(w, "mutation_device_path",
-           fmt::format("/var/mobile/Media/PhotoData/Mutations/DCIM/{}/{}/Adjustments/"
-                       "FullSizeRender.jpg",
-                       folder, name));
+    writeString(w, "mutation_device_path",
+                fmt::format("/var/mobile/Media/PhotoData/Mutations/DCIM/{}/{}/Adjustments/"
+                            "FullSizeRender.jpg",
+                            folder, name));
   }
   w.EndObject();
 }

@@ -64,6 +64,27 @@ constexpr std::array<std::string_view, 24> kWords = {
 
 }  // namespace
 
+std::string engineDate(std::int64_t secondsSince1970) {
+  using namespace std::chrono;
+  sys_seconds time{seconds(secondsSince1970)};
+  sys_days day = floor<days>(time);
+  year_month_day ymd(day);
+  hh_mm_ss clock(time - day);
+  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
+                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count());
+}
+
+void writeString(JsonWriter& writer, std::string_view key, std::string_view value) {
+  writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+}
+
+void writeInteger(JsonWriter& writer, std::string_view key, std::int64_t value) {
+  writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  writer.Int64(value);
+}
+
 std::int64_t TextSource::between(std::int64_t low, std::int64_t high) {
   return std::uniform_int_distribution<std::int64_t>(low, high)(random_);
 }
@@ -93,27 +114,6 @@ std::string TextSource::name() {
   static constexpr std::array<std::string_view, 10> kNames = {
       "Ann", "Bob", "Chloé", "Dmitri", "Emi", "Farah", "Günther", "Hana", "Iván", "Jun"};
   return std::string(kNames[static_cast<std::size_t>(between(0, kNames.size() - 1))]);
-}
-
-std::string engineDate(std::int64_t secondsSince1970) {
-  using namespace std::chrono;
-  sys_seconds time{seconds(secondsSince1970)};
-  sys_days day = floor<days>(time);
-  year_month_day ymd(day);
-  hh_mm_ss clock(time - day);
-  return fmt::format("{:02}-{:02}-{:04} {:02}:{:02}:{:02}", unsigned(ymd.month()),
-                     unsigned(ymd.day()), int(ymd.year()), clock.hours().count(),
-                     clock.minutes().count(), clock.seconds().count());
-}
-
-void string(JsonWriter& w, std::string_view key, std::string_view value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-}
-
-void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.Int64(value);
 }
 
 }  // namespace dataparser::bench

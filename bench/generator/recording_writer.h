@@ -61,8 +61,8 @@ class RecordingWriter {
 // "MM-dd-yyyy HH:mm:ss" in UTC: the engine's date texts.
 std::string engineDate(std::int64_t secondsSince1970);
 // One member of the object being written.
-void string(JsonWriter& w, std::string_view key, std::string_view value);
-void integer(JsonWriter& w, std::string_view key, std::int64_t value);
+void writeString(JsonWriter& writer, std::string_view key, std::string_view value);
+void writeInteger(JsonWriter& writer, std::string_view key, std::int64_t value);
 
 // Deterministic text material.
 class TextSource {

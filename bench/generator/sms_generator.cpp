@@ -1,6 +1,5 @@
 #include "bench/generator/sms_generator.h"
 
-#include <chrono>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -44,22 +43,22 @@ void writeConversation(JsonWriter& w, const RecordingWriter& recording, TextSour
                        source.chance(0.5) ? source.name() : ""});
   }
   w.StartObject();
-  integer(w, "chat_id", id);
-  integer(w, "is_deleted", source.chance(0.01) ? 1 : 0);
-  integer(w, "is_group", group ? 1 : 0);
-  string(w, "room_name", group && source.chance(0.5) ? source.text(24) : "");
-  string(w, "display_name", "");
-  string(w, "chat_identifier", group ? fmt::format("chat{}", id) : members[0].phone);
+  writeInteger(w, "chat_id", id);
+  writeInteger(w, "is_deleted", source.chance(0.01) ? 1 : 0);
+  writeInteger(w, "is_group", group ? 1 : 0);
+  writeString(w, "room_name", group && source.chance(0.5) ? source.text(24) : "");
+  writeString(w, "display_name", "");
+  writeString(w, "chat_identifier", group ? fmt::format("chat{}", id) : members[0].phone);
   w.Key("members");
   w.StartArray();
   for (std::size_t i = 0; i < members.size(); ++i) {
     w.StartObject();
-    integer(w, "handle_id", static_cast<std::int64_t>(id * 10 + i));
-    string(w, "service", "iMessage");
-    string(w, "phone_number", members[i].phone);
-    string(w, "first", members[i].first);
-    string(w, "middle", "");
-    string(w, "last", members[i].last);
+    writeInteger(w, "handle_id", static_cast<std::int64_t>(id * 10 + i));
+    writeString(w, "service", "iMessage");
+    writeString(w, "phone_number", members[i].phone);
+    writeString(w, "first", members[i].first);
+    writeString(w, "middle", "");
+    writeString(w, "last", members[i].last);
     w.EndObject();
   }
   w.EndArray();
@@ -70,16 +69,16 @@ void writeConversation(JsonWriter& w, const RecordingWriter& recording, TextSour
     bool fromMe = source.chance(0.5);
     bool media = source.chance(0.1);
     w.StartObject();
-    string(w, "text", source.text(static_cast<std::size_t>(source.between(0, 500))));
-    if (source.chance(0.03)) string(w, "subject", source.text(40));
-    string(w, "send_date", engineDate(clock));
-    integer(w, "is_from_me", fromMe ? 1 : 0);
-    integer(w, "send_status", source.chance(0.98) ? 0 : 1);
-    string(w, "service", source.chance(0.7) ? "iMessage" : "SMS");
-    string(w, "from_id", fromMe ? "+15550000000" : members[0].phone);
-    string(w, "belong_number", "+15550000000");
-    integer(w, "type", media ? 1 : 0);
-    if (source.chance(0.02)) string(w, "tag", "deleted");
+    writeString(w, "text", source.text(static_cast<std::size_t>(source.between(0, 500))));
+    if (source.chance(0.03)) writeString(w, "subject", source.text(40));
+    writeString(w, "send_date", engineDate(clock));
+    writeInteger(w, "is_from_me", fromMe ? 1 : 0);
+    writeInteger(w, "send_status", source.chance(0.98) ? 0 : 1);
+    writeString(w, "service", source.chance(0.7) ? "iMessage" : "SMS");
+    writeString(w, "from_id", fromMe ? "+15550000000" : members[0].phone);
+    writeString(w, "belong_number", "+15550000000");
+    writeInteger(w, "type", media ? 1 : 0);
+    if (source.chance(0.02)) writeString(w, "tag", "deleted");
     if (media) {
       w.Key("media_info");
       w.StartArray();
@@ -87,8 +86,9 @@ void writeConversation(JsonWriter& w, const RecordingWriter& recording, TextSour
       for (std::int64_t e = 0; e < entries; ++e) {
         std::string file = poolFile(static_cast<int>(source.between(0, kAttachmentPool - 1)));
         w.StartObject();
-        string(w, "media_path", "~/Library/SMS/Attachments/" + file.substr(file.rfind('/') + 1));
-        string(w, "media_backup_path", recording.absolutePath(file));
+        writeString(w, "media_path",
+                    "~/Library/SMS/Attachments/" + file.substr(file.rfind('/') + 1));
+        writeString(w, "media_backup_path", recording.absolutePath(file));
         w.EndObject();
       }
       w.EndArray();

@@ -64,22 +64,22 @@ void writeMessages(const RecordingWriter& recording, const std::filesystem::path
     } else if (source.chance(0.1)) {
       kind = kKinds[source.between(0, 3)];
     }
-    integer(w, "type", kind);
-    integer(w, "ZISFROMME", fromMe ? 1 : 0);
-    integer(w, "ZMESSAGESTATUS", source.chance(0.98) ? 6 : 9);
+    writeInteger(w, "type", kind);
+    writeInteger(w, "ZISFROMME", fromMe ? 1 : 0);
+    writeInteger(w, "ZMESSAGESTATUS", source.chance(0.98) ? 6 : 9);
     w.Key("ZMESSAGEDATE");
     w.Double(clock);
-    string(w, "text",
-           kind == 0 ? source.text(static_cast<std::size_t>(source.between(0, 500))) : "");
-    string(w, "from_id", fromMe ? "4917000000000@s.whatsapp.net" : jid(sender));
-    string(w, "to_id", fromMe ? jid(sender) : "4917000000000@s.whatsapp.net");
-    if (group && !fromMe) string(w, "name_id", jid(sender));
-    if (source.chance(0.02)) string(w, "tag", "deleted");
+    writeString(w, "text",
+                kind == 0 ? source.text(static_cast<std::size_t>(source.between(0, 500))) : "");
+    writeString(w, "from_id", fromMe ? "4917000000000@s.whatsapp.net" : jid(sender));
+    writeString(w, "to_id", fromMe ? jid(sender) : "4917000000000@s.whatsapp.net");
+    if (group && !fromMe) writeString(w, "name_id", jid(sender));
+    if (source.chance(0.02)) writeString(w, "tag", "deleted");
     if (kind >= 1 && kind <= 4) {
       std::string media = poolFile(static_cast<int>(source.between(0, kMediaPool - 1)));
-      integer(w, "media_type", kind);
-      string(w, "media_backup", recording.absolutePath(media));
-      string(w, "media_path", "Media/" + media.substr(media.rfind('/') + 1));
+      writeInteger(w, "media_type", kind);
+      writeString(w, "media_backup", recording.absolutePath(media));
+      writeString(w, "media_path", "Media/" + media.substr(media.rfind('/') + 1));
       if (kind == 2) {
         w.Key("duration");
         w.Double(static_cast<double>(source.between(1, 120)));
@@ -118,11 +118,11 @@ GeneratedCounts generateWhatsapp(RecordingWriter& recording, const WhatsappOptio
     ++counts.files;
 
     w.StartObject();
-    integer(w, "session_type", group ? 1 : 0);
+    writeInteger(w, "session_type", group ? 1 : 0);
     string(
         w, "jid",
         group ? fmt::format("{}-{}@g.us", members[0].substr(1), 1600000000 + c) : jid(members[0]));
-    string(w, "name", group ? source.text(24) : source.name());
+    writeString(w, "name", group ? source.text(24) : source.name());
     w.Key("profile_backup_path");
     w.Null();
     if (group) {
@@ -130,8 +130,8 @@ GeneratedCounts generateWhatsapp(RecordingWriter& recording, const WhatsappOptio
       w.StartArray();
       for (const std::string& member : members) {
         w.StartObject();
-        string(w, "member_name", source.name());
-        string(w, "member_jid", jid(member));
+        writeString(w, "member_name", source.name());
+        writeString(w, "member_jid", jid(member));
         w.EndObject();
       }
       w.EndArray();

@@ -11,6 +11,7 @@
 #include "dataparser/parsers/messaging/line.h"
 #include "dataparser/parsers/messaging/sms.h"
 #include "dataparser/parsers/messaging/viber.h"
+#include "dataparser/parsers/messaging/wechat.h"
 #include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/parsers/personal/book.h"
 #include "dataparser/parsers/personal/calendar.h"
@@ -120,7 +121,7 @@ std::array<ParserMaker, kParserSlotCount> standardSlotMakers() {
   makers[static_cast<std::size_t>(S::kKikThumb)] = plainConstructor<IOSKikThumbParser>();
   makers[static_cast<std::size_t>(S::kOtherAttachment)] =
       plainConstructor<IOSOtherAttachmentParser>();
-  makers[static_cast<std::size_t>(S::kWeChat)] = kNoClassYet;  // IOSWeChatParser
+  makers[static_cast<std::size_t>(S::kWeChat)] = plainConstructor<IOSWeChatParser>();
   makers[static_cast<std::size_t>(S::kLine)] = plainConstructor<IOSLineParser>();
   makers[static_cast<std::size_t>(S::kKik)] = plainConstructor<IOSKikParser>();
   makers[static_cast<std::size_t>(S::kVoiceMemo)] = plainConstructor<IOSVoiceMemoParser>();

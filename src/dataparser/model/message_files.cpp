@@ -1,8 +1,10 @@
 #include "dataparser/model/message_files.h"
 
 #include <fmt/core.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
@@ -13,11 +15,15 @@ void forEachMessageFile(json::View fileList,
                         const std::function<void(const json::Value& document)>& visit) {
   for (json::View entry : fileList.elements()) {
     const std::string path = entry.stringCopy();
-    if (path.empty() || !fileExists(path) || isDirectory(path)) continue;
-    std::optional<std::string> text = readFile(path);
-    if (!text) continue;  // unreadable: skipped like a missing file
+    // Only regular files are opened (a pipe would hold the scan up); an unreadable one is
+    // skipped like a missing one.
+    std::error_code ignored;
+    if (path.empty() || !std::filesystem::is_regular_file(path, ignored) ||
+        ::access(path.c_str(), R_OK) != 0) {
+      continue;
+    }
     std::string error;
-    json::Value document = json::parse(std::move(*text), &error);
+    json::Value document = json::parseFile(path, &error);
     if (!document.present()) {
       SystemLog::write(">>> ERROR: {}", error);
       continue;
@@ -37,6 +43,7 @@ std::optional<MessageList> messagesOfDocument(const json::Value& document,
   messages.reserve(list.size());
   for (json::View record : list.elements()) {
     if (!record.isObject()) continue;
+    if (rules.eachRecord) rules.eachRecord(record);
     const json::Value shared = document.sub(record);
     MessagePtr message = rules.factory ? rules.factory(shared)
                                        : IOSBaseItem::itemWithDictionary<IOSBaseSingleItem>(shared);

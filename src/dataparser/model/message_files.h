@@ -5,7 +5,8 @@
 // which a file exists, the file is decoded (a decoding error goes to the system log as
 // ">>> ERROR: {error}"; a missing or unreadable file is skipped silently). When the document is
 // an object with a list under "messages", each element that is an object becomes a message of
-// the app's class, built by the rules' factory from a handle that shares the file's document.
+// the app's class, built by the rules' factory from a handle that shares the file's document
+// (an app may first look at every record through the rules' `eachRecord`).
 // Then, per message, in this order:
 //   1. a deleted message is dropped unless `parseDeleted` is on;
 //   2. a received message of a one-to-one conversation takes the conversation's `image`;
@@ -53,6 +54,8 @@ using MessageKeepRule = std::function<bool(IOSBaseSingleItem& message)>;
 using MessageFrontRule = std::function<bool(const IOSBaseSingleItem& message)>;
 // Sees every decoded message file, in list order.
 using MessageDocumentHook = std::function<void(const json::Value& document)>;
+// Sees one record of a message list.
+using MessageRecordVisitor = std::function<void(json::View record)>;
 
 struct MessageFileRules {
   // Makes the app's message item; when empty, a plain IOSBaseSingleItem is made.
@@ -70,6 +73,10 @@ struct MessageFileRules {
   // True: only a JSON list under `listKey` makes a file count. False: any value that is not
   // null does, and one that is not a list gives an empty message list.
   bool listRequired = true;
+  // When set, sees every object of the list, in order, before its message is made: also the
+  // records that are then dropped (deleted, refused by the keep rule). For apps that gather
+  // something from every record of a file, such as the media files it names.
+  MessageRecordVisitor eachRecord;
 };
 
 // A factory making items of class Message through the base factory.

@@ -161,9 +161,13 @@ TEST(MessageFilesTest, DeletionPictureAndKeepRule) {
       EXPECT_EQ(message.image() != nullptr, expectPicture) << message.text();
       return !message.text().empty();
     });
+    // The record visitor sees every object, also those dropped afterwards.
+    int records = 0;
+    rules.eachRecord = [&records](json::View) { ++records; };
     readMessageFiles(*session, list.view(), rules);
     EXPECT_EQ(textsOf(session->contents()), c.texts);
     EXPECT_EQ(seen.size(), c.texts.size() + 1);  // the empty text was offered and dropped
+    EXPECT_EQ(records, 4);
     for (const MessagePtr& message : session->contents()) {
       EXPECT_EQ(message->image(), message->isReceived() && !c.isGroup ? picture : nullptr);
     }
