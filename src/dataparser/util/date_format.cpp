@@ -37,21 +37,6 @@ enum class Field : std::uint8_t {
   kWeekday,    // EEE "Mon", EEEE "Monday" (printed; skipped when parsing)
 };
 
-struct Token {
-  Field field = Field::kLiteral;
-  std::uint8_t width = 0;      // numbers: least digits printed; names: 3 short, 4 long
-  std::uint8_t maxDigits = 0;  // numbers: most digits read
-  std::string literal;         // for kLiteral
-};
-
-constexpr std::array<std::string_view, 12> kMonthNames = {
-    "January", "February", "March",     "April",   "May",      "June",
-    "July",    "August",   "September", "October", "November", "December",
-};
-constexpr std::array<std::string_view, 7> kWeekdayNames = {
-    "Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday",
-};
-
 // The values a pattern reads or writes.
 struct DateFields {
   int year = 1970;
@@ -64,6 +49,23 @@ struct DateFields {
   int second = 0;
   int microseconds = 0;
   int weekday = 0;  // 0 Sunday, printing only
+};
+
+struct Token {
+  Field field = Field::kLiteral;
+  std::uint8_t width = 0;      // numbers: least digits printed; names: 3 short, 4 long
+  std::uint8_t maxDigits = 0;  // numbers: most digits read
+  std::string literal;         // for kLiteral
+  // Fixed-width numbers that only store their value (the engine's "MM", "yyyy"...): where.
+  int DateFields::*slot = nullptr;
+};
+
+constexpr std::array<std::string_view, 12> kMonthNames = {
+    "January", "February", "March",     "April",   "May",      "June",
+    "July",    "August",   "September", "October", "November", "December",
+};
+constexpr std::array<std::string_view, 7> kWeekdayNames = {
+    "Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday",
 };
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -115,12 +117,26 @@ class DateCodec {
     DateFields values;
     std::size_t position = 0;
     for (const Token& token : tokens_) {
+      if (token.field == Field::kLiteral) {
+        if (text.substr(position, token.literal.size()) != token.literal) return std::nullopt;
+        position += token.literal.size();
+        continue;
+      }
+      if (token.slot != nullptr) {
+        const std::size_t width = token.width;
+        if (text.size() - position < width) return std::nullopt;
+        int value = 0;
+        for (std::size_t i = 0; i < width; ++i) {
+          const char c = text[position + i];
+          if (c < '0' || c > '9') return std::nullopt;
+          value = value * 10 + (c - '0');
+        }
+        values.*token.slot = value;
+        position += width;
+        continue;
+      }
       const std::string_view rest = text.substr(position);
       switch (token.field) {
-        case Field::kLiteral:
-          if (rest.substr(0, token.literal.size()) != token.literal) return std::nullopt;
-          position += token.literal.size();
-          continue;
         case Field::kMonthName: {
           auto found = matchName(rest, kMonthNames, token.width > 3);
           if (!found) return std::nullopt;
@@ -177,10 +193,9 @@ class DateCodec {
           break;
         case Field::kHour:
           values.hour = value;
-          values.hour12 = -2;  // H wins over h
           break;
         case Field::kHour12:
-          if (values.hour12 != -2) values.hour12 = value;
+          values.hour12 = value;
           break;
         case Field::kMinute:
           values.minute = value;
@@ -196,7 +211,7 @@ class DateCodec {
       }
     }
     if (position != text.size()) return std::nullopt;
-    if (values.hour12 >= 0) {
+    if (values.hour12 >= 0 && !hasHour24_) {  // H wins over h
       if (values.hour12 < 1 || values.hour12 > 12) return std::nullopt;
       values.hour = values.hour12 % 12 + (values.pm == 1 ? 12 : 0);
     }
@@ -229,7 +244,13 @@ class DateCodec {
     std::string out(printedSize_, '\0');  // the most this pattern can print
     char* cursor = out.data();
     for (const Token& token : tokens_) {
-      cursor = printToken(cursor, token, values);
+      if (token.slot != nullptr) {
+        cursor = writePadded(cursor, values.*token.slot, token.width);
+      } else if (token.field == Field::kLiteral) {
+        cursor = copyText(cursor, token.literal);
+      } else {
+        cursor = printToken(cursor, token, values);
+      }
     }
     out.resize(static_cast<std::size_t>(cursor - out.data()));
     return out;
@@ -265,10 +286,10 @@ class DateCodec {
       case Field::kSecond:
         return writePadded(out, values.second, token.width);
       case Field::kFraction: {
-        char digits[6];
-        writePadded(digits, values.microseconds, 6);
-        for (std::size_t i = 0; i < token.width; ++i)
-          *out++ = i < 6 ? digits[i] : '0';
+        // The microseconds' digits from the left; letters past the sixth print 0.
+        int divisor = 100'000;
+        for (std::size_t i = 0; i < token.width; ++i, divisor /= 10)
+          *out++ = divisor > 0 ? static_cast<char>('0' + values.microseconds / divisor % 10) : '0';
         return out;
       }
       case Field::kAmPm:
@@ -322,6 +343,8 @@ class DateCodec {
       printedSize_ += printedWidth(*token);
       needsFraction_ = needsFraction_ || token->field == Field::kFraction;
       needsWeekday_ = needsWeekday_ || token->field == Field::kWeekday;
+      hasHour24_ = hasHour24_ || token->field == Field::kHour;
+      if (token->width == token->maxDigits) token->slot = slotOf(token->field);
       tokens_.push_back(std::move(*token));
       i += run;
     }
@@ -372,6 +395,26 @@ class DateCodec {
                    : std::nullopt;
       default:
         return std::nullopt;
+    }
+  }
+
+  // Where a field that only stores its value goes; nullptr for the others.
+  static int DateFields::*slotOf(Field field) {
+    switch (field) {
+      case Field::kYear:
+        return &DateFields::year;
+      case Field::kMonth:
+        return &DateFields::month;
+      case Field::kDay:
+        return &DateFields::day;
+      case Field::kHour:
+        return &DateFields::hour;
+      case Field::kMinute:
+        return &DateFields::minute;
+      case Field::kSecond:
+        return &DateFields::second;
+      default:
+        return nullptr;
     }
   }
 
@@ -450,6 +493,7 @@ class DateCodec {
   bool valid_ = false;
   bool needsFraction_ = false;
   bool needsWeekday_ = false;
+  bool hasHour24_ = false;
 };
 
 // Runs `operation` with the codec for `pattern`: the library's own patterns are compiled once,
