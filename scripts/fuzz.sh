@@ -3,7 +3,8 @@
 #
 # Builds the `fuzz` preset (clang, AddressSanitizer + UndefinedBehaviorSanitizer) and runs each
 # target (default: every fuzz/fuzz_*.cpp) for SECONDS (default 600), two at a time, each on a
-# fresh copy of its seed corpus fuzz/corpus/<target>/ (and with fuzz/<target>.dict when present).
+# fresh copy of its seed corpus fuzz/corpus/<target>/ (and with fuzz/<target>.dict when present);
+# fuzz_parsers writes its own seeds first, from samples/ and tests/fixtures.
 # Logs go to build/fuzz/logs/<target>.log, crash/leak/timeout inputs to
 # build/fuzz/artifacts/<target>/. Prints one line per target and exits non-zero when any target
 # crashed.
@@ -43,6 +44,11 @@ run_target() {
   rm -rf "$corpus" "$artifacts"
   mkdir -p "$corpus" "$artifacts"
   if [ -d "fuzz/corpus/$target" ]; then cp -R "fuzz/corpus/$target/." "$corpus/"; fi
+  if [ "$target" = fuzz_parsers ]; then
+    # Seeds come from every sample recording and the test fixtures, so new parsers bring theirs.
+    FUZZ_PARSERS_SEEDS="$corpus" FUZZ_PARSERS_SOURCES="samples:tests/fixtures" \
+      "$out/fuzz/$target" >"$out/logs/$target.seeds.log" 2>&1 || true
+  fi
   local options=(-max_total_time="$seconds" -rss_limit_mb=4096 -timeout=30 -print_final_stats=1
                  -artifact_prefix="$artifacts/")
   if [ -f "fuzz/$target.dict" ]; then options+=(-dict="fuzz/$target.dict"); fi

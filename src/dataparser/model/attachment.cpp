@@ -88,6 +88,11 @@ std::shared_ptr<const Image> pictureAt(const std::string& path) {
 
 }  // namespace
 
+const IOSAttachmentItem::Rare& IOSAttachmentItem::noRare() {
+  static const Rare kEmpty;
+  return kEmpty;
+}
+
 std::shared_ptr<IOSAttachmentItem> IOSAttachmentItem::item() {
   return IOSBaseItem::itemWithDictionary<IOSAttachmentItem>(json::Value());
 }

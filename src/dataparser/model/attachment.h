@@ -98,36 +98,42 @@ class IOSAttachmentItem : public IOSBaseItem {
   void setLocalPath(std::string path) { localPath_ = std::move(path); }
   const std::string& thumbPath() const { return thumbPath_; }
   void setThumbPath(std::string path) { thumbPath_ = std::move(path); }
-  const std::string& resolvedThumbPath() const { return resolvedThumbPath_; }
-  void setResolvedThumbPath(std::string path) { resolvedThumbPath_ = std::move(path); }
-  const std::string& parentUUID() const { return parentUUID_; }
-  void setParentUUID(std::string uuid) { parentUUID_ = std::move(uuid); }
-  const std::string& uuid() const { return uuid_; }
-  void setUuid(std::string uuid) { uuid_ = std::move(uuid); }
-  const std::string& url() const { return url_; }
-  void setUrl(std::string url) { url_ = std::move(url); }
+  const std::string& resolvedThumbPath() const { return rare().resolvedThumbPath; }
+  void setResolvedThumbPath(std::string path) {
+    setRare(&Rare::resolvedThumbPath, std::move(path));
+  }
+  const std::string& parentUUID() const { return rare().parentUUID; }
+  void setParentUUID(std::string uuid) { setRare(&Rare::parentUUID, std::move(uuid)); }
+  const std::string& uuid() const { return rare().uuid; }
+  void setUuid(std::string uuid) { setRare(&Rare::uuid, std::move(uuid)); }
+  const std::string& url() const { return rare().url; }
+  void setUrl(std::string url) { setRare(&Rare::url, std::move(url)); }
 
   // --- payloads (empty pointer: none) ---
-  const std::shared_ptr<VoiceItem>& voice() const { return voice_; }
-  void setVoice(std::shared_ptr<VoiceItem> voice) { voice_ = std::move(voice); }
-  const std::shared_ptr<VideoItem>& video() const { return video_; }
-  void setVideo(std::shared_ptr<VideoItem> video) { video_ = std::move(video); }
-  const std::shared_ptr<LocationItem>& location() const { return location_; }
-  void setLocation(std::shared_ptr<LocationItem> location) { location_ = std::move(location); }
-  const std::shared_ptr<ContactItem>& contact() const { return contact_; }
-  void setContact(std::shared_ptr<ContactItem> contact) { contact_ = std::move(contact); }
-  const std::shared_ptr<MoneyItem>& money() const { return money_; }
-  void setMoney(std::shared_ptr<MoneyItem> money) { money_ = std::move(money); }
-  const std::shared_ptr<EmojiItem>& emoji() const { return emoji_; }
-  void setEmoji(std::shared_ptr<EmojiItem> emoji) { emoji_ = std::move(emoji); }
-  const std::shared_ptr<SubscribeNewsItem>& news() const { return news_; }
-  void setNews(std::shared_ptr<SubscribeNewsItem> news) { news_ = std::move(news); }
-  const std::shared_ptr<CallDurationItem>& callDuration() const { return callDuration_; }
-  void setCallDuration(std::shared_ptr<CallDurationItem> callDuration) {
-    callDuration_ = std::move(callDuration);
+  const std::shared_ptr<VoiceItem>& voice() const { return rare().voice; }
+  void setVoice(std::shared_ptr<VoiceItem> voice) { setRare(&Rare::voice, std::move(voice)); }
+  const std::shared_ptr<VideoItem>& video() const { return rare().video; }
+  void setVideo(std::shared_ptr<VideoItem> video) { setRare(&Rare::video, std::move(video)); }
+  const std::shared_ptr<LocationItem>& location() const { return rare().location; }
+  void setLocation(std::shared_ptr<LocationItem> location) {
+    setRare(&Rare::location, std::move(location));
   }
-  const std::shared_ptr<LinkItem>& link() const { return link_; }
-  void setLink(std::shared_ptr<LinkItem> link) { link_ = std::move(link); }
+  const std::shared_ptr<ContactItem>& contact() const { return rare().contact; }
+  void setContact(std::shared_ptr<ContactItem> contact) {
+    setRare(&Rare::contact, std::move(contact));
+  }
+  const std::shared_ptr<MoneyItem>& money() const { return rare().money; }
+  void setMoney(std::shared_ptr<MoneyItem> money) { setRare(&Rare::money, std::move(money)); }
+  const std::shared_ptr<EmojiItem>& emoji() const { return rare().emoji; }
+  void setEmoji(std::shared_ptr<EmojiItem> emoji) { setRare(&Rare::emoji, std::move(emoji)); }
+  const std::shared_ptr<SubscribeNewsItem>& news() const { return rare().news; }
+  void setNews(std::shared_ptr<SubscribeNewsItem> news) { setRare(&Rare::news, std::move(news)); }
+  const std::shared_ptr<CallDurationItem>& callDuration() const { return rare().callDuration; }
+  void setCallDuration(std::shared_ptr<CallDurationItem> callDuration) {
+    setRare(&Rare::callDuration, std::move(callDuration));
+  }
+  const std::shared_ptr<LinkItem>& link() const { return rare().link; }
+  void setLink(std::shared_ptr<LinkItem> link) { setRare(&Rare::link, std::move(link)); }
 
   // --- picture-grid operations ---
   // The thumbnail path when a file exists there, else the local path.
@@ -156,22 +162,38 @@ class IOSAttachmentItem : public IOSBaseItem {
   std::string localPath_;
   std::string thumbPath_;
   mutable std::shared_ptr<const Image> thumb_;
-  std::string resolvedThumbPath_;
   mutable std::string strSize_;
   mutable std::int64_t size_ = -1;
   mutable std::uint64_t mediaType_ = 0;
-  std::shared_ptr<VoiceItem> voice_;
-  std::shared_ptr<VideoItem> video_;
-  std::shared_ptr<LocationItem> location_;
-  std::shared_ptr<ContactItem> contact_;
-  std::shared_ptr<MoneyItem> money_;
-  std::shared_ptr<EmojiItem> emoji_;
-  std::shared_ptr<SubscribeNewsItem> news_;
-  std::shared_ptr<CallDurationItem> callDuration_;
-  std::shared_ptr<LinkItem> link_;
-  std::string parentUUID_;
-  std::string uuid_;
-  std::string url_;
+  // The payloads and paths that few attachments carry live in one block, allocated by the
+  // first setter that stores a non-empty value; until then the getters read a shared empty one.
+  struct Rare {
+    std::shared_ptr<VoiceItem> voice;
+    std::shared_ptr<VideoItem> video;
+    std::shared_ptr<LocationItem> location;
+    std::shared_ptr<ContactItem> contact;
+    std::shared_ptr<MoneyItem> money;
+    std::shared_ptr<EmojiItem> emoji;
+    std::shared_ptr<SubscribeNewsItem> news;
+    std::shared_ptr<CallDurationItem> callDuration;
+    std::shared_ptr<LinkItem> link;
+    std::string resolvedThumbPath;
+    std::string parentUUID;
+    std::string uuid;
+    std::string url;
+  };
+  static const Rare& noRare();
+  const Rare& rare() const { return rare_ ? *rare_ : noRare(); }
+  template <class T>
+  void setRare(T Rare::*field, T value) {
+    if (!rare_) {
+      if (value == T()) return;  // storing nothing needs no block
+      rare_ = std::make_unique<Rare>();
+    }
+    (*rare_).*field = std::move(value);
+  }
+
+  std::unique_ptr<Rare> rare_;
 };
 
 using AttachmentPtr = std::shared_ptr<IOSAttachmentItem>;

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/date_format.h"
@@ -224,6 +227,54 @@ TEST(AttachmentTest, DurationTexts) {
   call.setDuration(3600.2F);
   call.setCallHistoryType(3);
   EXPECT_EQ(call.strDuration(), formattedDurationTime(3600));
+}
+
+// The rarely set payloads and paths share one block: each field reads back what was set, the
+// others stay empty, and clearing a field of an attachment that has none allocates nothing.
+TEST(AttachmentTest, RareFieldsReadBackIndependently) {
+  using Check = std::function<bool(const IOSAttachmentItem&)>;
+  using Set = std::function<void(IOSAttachmentItem&)>;
+  const std::vector<std::pair<Set, Check>> fields = {
+      {[](auto& a) { a.setVoice(std::make_shared<VoiceItem>()); },
+       [](auto& a) { return a.voice() != nullptr; }},
+      {[](auto& a) { a.setVideo(std::make_shared<VideoItem>()); },
+       [](auto& a) { return a.video() != nullptr; }},
+      {[](auto& a) { a.setLocation(std::make_shared<LocationItem>()); },
+       [](auto& a) { return a.location() != nullptr; }},
+      {[](auto& a) { a.setContact(std::make_shared<ContactItem>()); },
+       [](auto& a) { return a.contact() != nullptr; }},
+      {[](auto& a) { a.setMoney(std::make_shared<MoneyItem>()); },
+       [](auto& a) { return a.money() != nullptr; }},
+      {[](auto& a) { a.setEmoji(std::make_shared<EmojiItem>()); },
+       [](auto& a) { return a.emoji() != nullptr; }},
+      {[](auto& a) { a.setNews(std::make_shared<SubscribeNewsItem>()); },
+       [](auto& a) { return a.news() != nullptr; }},
+      {[](auto& a) { a.setCallDuration(std::make_shared<CallDurationItem>()); },
+       [](auto& a) { return a.callDuration() != nullptr; }},
+      {[](auto& a) { a.setLink(std::make_shared<LinkItem>()); },
+       [](auto& a) { return a.link() != nullptr; }},
+      {[](auto& a) { a.setResolvedThumbPath("/t"); },
+       [](auto& a) { return a.resolvedThumbPath() == "/t"; }},
+      {[](auto& a) { a.setParentUUID("p"); }, [](auto& a) { return a.parentUUID() == "p"; }},
+      {[](auto& a) { a.setUuid("u"); }, [](auto& a) { return a.uuid() == "u"; }},
+      {[](auto& a) { a.setUrl("https://x"); }, [](auto& a) { return a.url() == "https://x"; }},
+  };
+  for (std::size_t set = 0; set < fields.size(); ++set) {
+    auto item = IOSAttachmentItem::item();
+    fields[set].first(*item);
+    for (std::size_t read = 0; read < fields.size(); ++read) {
+      EXPECT_EQ(fields[read].second(*item), read == set) << set << " " << read;
+    }
+  }
+  auto item = IOSAttachmentItem::item();
+  item->setUrl("https://x");
+  item->setUrl("");
+  item->setVoice(nullptr);
+  EXPECT_EQ(item->url(), "");
+  EXPECT_FALSE(item->voice());
+
+  // Most attachments carry none of these; they cost one pointer.
+  EXPECT_LE(sizeof(IOSAttachmentItem), 320u);
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ void IOSBaseItem::describe(FieldVisitor& visitor) const {
 }
 
 void IOSBaseItem::describeIsDeleted(FieldVisitor& visitor) const {
-  visitor.field("isDeleted", isDeleted());
+  visitor.field("isDeleted", isDeleted() != 0);
 }
 
 }  // namespace dataparser

@@ -48,7 +48,10 @@ class IOSBaseItem : public Describable {
   // "tag" of `rawData` when it is a string, else ""; read once, then cached.
   const std::string& tag() const;
   void setTag(std::string tag) { storeTag(std::move(tag)); }
-  bool isDeleted() const { return tag() == "deleted"; }
+  // 1 when `tag()` is "deleted", else 0. Subclasses with their own deletion rule override it
+  // (a conversation answers -1/0/1), so code holding an IOSBaseItem gets the subclass's rule;
+  // any non-zero value counts as deleted.
+  virtual std::int64_t isDeleted() const { return tag() == "deleted" ? 1 : 0; }
 
   std::int64_t isSelected() const { return selected_; }
   std::int64_t selected() const { return selected_; }

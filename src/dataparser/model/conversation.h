@@ -189,9 +189,9 @@ class IOSBaseSessionItem : public IOSBaseItem {
 
   // The conversation's own deletion state: 0 no message deleted (or none at all), 1 every
   // message deleted, -1 some. Worked out from `contents` on the first call and then kept.
-  // It hides IOSBaseItem::isDeleted (a conversation has no "tag" of its own that matters);
-  // code holding an IOSBaseItem reference still gets the base's tag test.
-  std::int64_t isDeleted() const;
+  // It replaces IOSBaseItem's tag test (a conversation has no "tag" of its own that matters),
+  // also for code holding an IOSBaseItem reference.
+  std::int64_t isDeleted() const override;
   void setIsDeleted(std::int64_t isDeleted) { isDeleted_ = isDeleted; }
 
   // The stored filter list, or, while none is stored, a new copy of `contents` on every call.
@@ -238,6 +238,9 @@ class IOSBaseSessionItem : public IOSBaseItem {
 
  protected:
   void describeIsDeleted(FieldVisitor& visitor) const override;
+  // The picture `setImage` stores; a subclass that loads its picture lazily fills this same
+  // place, so that a picture set by `setImage` wins.
+  ImagePtr& imageStorage() const { return image_; }
 
  private:
   mutable std::int64_t isDeleted_ = kDeletionNotComputed;
@@ -251,7 +254,7 @@ class IOSBaseSessionItem : public IOSBaseItem {
   std::optional<MessageList> filteredContents_;
   std::string imagePath_;
   std::string thumbPath_;
-  ImagePtr image_;
+  mutable ImagePtr image_;
   mutable OptionalDate recentDate_;
   mutable std::string strRecentDate_;
   mutable std::string recentMessage_;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "dataparser/util/json.h"
@@ -17,16 +19,90 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::sys_seconds;
 
-enum class Field : std::uint8_t { kLiteral, kYear, kMonth, kDay, kHour, kMinute, kSecond };
-constexpr std::size_t kFieldCount = 7;
+// Pattern fields. Numbers print with at least `width` digits and parse with `width` to
+// `maxDigits` digits (a fixed width when the two agree).
+enum class Field : std::uint8_t {
+  kLiteral,
+  kYear,       // y, yyy, yyyy...
+  kShortYear,  // yy: the last two digits
+  kMonth,      // M, MM
+  kMonthName,  // MMM "Jan", MMMM "January"
+  kDay,        // d, dd
+  kHour,       // H, HH (0-23)
+  kHour12,     // h, hh (1-12)
+  kMinute,     // m, mm
+  kSecond,     // s, ss
+  kFraction,   // S... (the first digits of the fraction of a second)
+  kAmPm,       // a: "AM" or "PM"
+  kWeekday,    // EEE "Mon", EEEE "Monday" (printed; skipped when parsing)
+};
+
+// The values a pattern reads or writes.
+struct DateFields {
+  int year = 1970;
+  int month = 1;
+  int day = 1;
+  int hour = 0;
+  int hour12 = -1;  // from h when no H was read
+  int pm = -1;      // from a
+  int minute = 0;
+  int second = 0;
+  int microseconds = 0;
+  int weekday = 0;  // 0 Sunday, printing only
+};
 
 struct Token {
   Field field = Field::kLiteral;
-  std::string literal;  // for kLiteral
+  std::uint8_t width = 0;      // numbers: least digits printed; names: 3 short, 4 long
+  std::uint8_t maxDigits = 0;  // numbers: most digits read
+  std::string literal;         // for kLiteral
+  // Fixed-width numbers that only store their value (the engine's "MM", "yyyy"...): where.
+  int DateFields::*slot = nullptr;
 };
 
-int widthOf(Field field) {
-  return field == Field::kYear ? 4 : 2;
+constexpr std::array<std::string_view, 12> kMonthNames = {
+    "January", "February", "March",     "April",   "May",      "June",
+    "July",    "August",   "September", "October", "November", "December",
+};
+constexpr std::array<std::string_view, 7> kWeekdayNames = {
+    "Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday",
+};
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+    if (x != y) return false;
+  }
+  return true;
+}
+
+// The index of the name at the start of `text` (long names tried before short ones), with its
+// length; nothing when none fits.
+template <std::size_t N>
+std::optional<std::pair<int, std::size_t>> matchName(std::string_view text,
+                                                     const std::array<std::string_view, N>& names,
+                                                     bool longForm) {
+  for (std::size_t i = 0; i < N; ++i) {
+    const std::string_view name = longForm ? names[i] : names[i].substr(0, 3);
+    if (equalsIgnoringCase(text.substr(0, name.size()), name)) {
+      return std::pair{static_cast<int>(i), name.size()};
+    }
+  }
+  return std::nullopt;
+}
+
+// A two-digit year means the year of that ending that lies within 80 years before and 20 years
+// after today.
+int expandShortYear(int shortYear) {
+  const auto today =
+      std::chrono::year_month_day(std::chrono::floor<days>(std::chrono::system_clock::now()));
+  const int start = static_cast<int>(today.year()) - 80;
+  int year = start - start % 100 + shortYear;
+  if (year < start) year += 100;
+  return year;
 }
 
 // One compiled date pattern. Immutable after construction.
@@ -38,7 +114,7 @@ class DateCodec {
 
   OptionalDate parse(std::string_view text, DateZone zone) const {
     if (!valid_) return std::nullopt;
-    std::array<int, kFieldCount> values = {0, 1970, 1, 1, 0, 0, 0};
+    DateFields values;
     std::size_t position = 0;
     for (const Token& token : tokens_) {
       if (token.field == Field::kLiteral) {
@@ -46,18 +122,99 @@ class DateCodec {
         position += token.literal.size();
         continue;
       }
-      const auto width = static_cast<std::size_t>(widthOf(token.field));
-      if (text.size() - position < width) return std::nullopt;
-      int value = 0;
-      for (std::size_t i = 0; i < width; ++i) {
-        const char c = text[position + i];
-        if (c < '0' || c > '9') return std::nullopt;
-        value = value * 10 + (c - '0');
+      if (token.slot != nullptr) {
+        const std::size_t width = token.width;
+        if (text.size() - position < width) return std::nullopt;
+        int value = 0;
+        for (std::size_t i = 0; i < width; ++i) {
+          const char c = text[position + i];
+          if (c < '0' || c > '9') return std::nullopt;
+          value = value * 10 + (c - '0');
+        }
+        values.*token.slot = value;
+        position += width;
+        continue;
       }
-      values[static_cast<std::size_t>(token.field)] = value;
-      position += width;
+      const std::string_view rest = text.substr(position);
+      switch (token.field) {
+        case Field::kMonthName: {
+          auto found = matchName(rest, kMonthNames, token.width > 3);
+          if (!found) return std::nullopt;
+          values.month = found->first + 1;
+          position += found->second;
+          continue;
+        }
+        case Field::kWeekday: {
+          auto found = matchName(rest, kWeekdayNames, token.width > 3);
+          if (!found) return std::nullopt;
+          position += found->second;
+          continue;
+        }
+        case Field::kAmPm: {
+          if (rest.size() < 2 || (rest[1] != 'M' && rest[1] != 'm')) return std::nullopt;
+          if (rest[0] == 'A' || rest[0] == 'a') {
+            values.pm = 0;
+          } else if (rest[0] == 'P' || rest[0] == 'p') {
+            values.pm = 1;
+          } else {
+            return std::nullopt;
+          }
+          position += 2;
+          continue;
+        }
+        default:
+          break;
+      }
+      std::size_t count = 0;
+      int value = 0;
+      int scale = 1;
+      while (count < token.maxDigits && count < rest.size() && rest[count] >= '0' &&
+             rest[count] <= '9') {
+        if (count < 6) {  // a fraction keeps microseconds; its further digits are read only
+          value = value * 10 + (rest[count] - '0');
+          scale *= 10;
+        }
+        ++count;
+      }
+      if (count < token.width) return std::nullopt;
+      position += count;
+      switch (token.field) {
+        case Field::kYear:
+          values.year = value;
+          break;
+        case Field::kShortYear:
+          values.year = expandShortYear(value);
+          break;
+        case Field::kMonth:
+          values.month = value;
+          break;
+        case Field::kDay:
+          values.day = value;
+          break;
+        case Field::kHour:
+          values.hour = value;
+          break;
+        case Field::kHour12:
+          values.hour12 = value;
+          break;
+        case Field::kMinute:
+          values.minute = value;
+          break;
+        case Field::kSecond:
+          values.second = value;
+          break;
+        case Field::kFraction:
+          values.microseconds = value * (1'000'000 / scale);
+          break;
+        default:
+          break;
+      }
     }
     if (position != text.size()) return std::nullopt;
+    if (values.hour12 >= 0 && !hasHour24_) {  // H wins over h
+      if (values.hour12 < 1 || values.hour12 > 12) return std::nullopt;
+      values.hour = values.hour12 % 12 + (values.pm == 1 ? 12 : 0);
+    }
     return toDate(values, zone);
   }
 
@@ -75,23 +232,24 @@ class DateCodec {
     if (!ymd.ok()) return {};
     const std::chrono::hh_mm_ss<seconds> time(local - day);
     const int year = static_cast<int>(ymd.year());
-    std::array<int, kFieldCount> values = {
-        0,
-        year > 0 ? year : 1 - year,  // years before 1 count back as the era's years do
-        static_cast<int>(static_cast<unsigned>(ymd.month())),
-        static_cast<int>(static_cast<unsigned>(ymd.day())),
-        static_cast<int>(time.hours().count()),
-        static_cast<int>(time.minutes().count()),
-        static_cast<int>(time.seconds().count()),
-    };
+    DateFields values;
+    values.year = year > 0 ? year : 1 - year;  // years before 1 count back as the era's do
+    values.month = static_cast<int>(static_cast<unsigned>(ymd.month()));
+    values.day = static_cast<int>(static_cast<unsigned>(ymd.day()));
+    values.hour = static_cast<int>(time.hours().count());
+    values.minute = static_cast<int>(time.minutes().count());
+    values.second = static_cast<int>(time.seconds().count());
+    if (needsFraction_) values.microseconds = static_cast<int>((date - utc).count());
+    if (needsWeekday_) values.weekday = static_cast<int>(std::chrono::weekday(day).c_encoding());
     std::string out(printedSize_, '\0');  // the most this pattern can print
     char* cursor = out.data();
     for (const Token& token : tokens_) {
-      if (token.field == Field::kLiteral) {
-        cursor = std::copy(token.literal.begin(), token.literal.end(), cursor);
+      if (token.slot != nullptr) {
+        cursor = writePadded(cursor, values.*token.slot, token.width);
+      } else if (token.field == Field::kLiteral) {
+        cursor = copyText(cursor, token.literal);
       } else {
-        cursor = writePadded(cursor, values[static_cast<std::size_t>(token.field)],
-                             widthOf(token.field));
+        cursor = printToken(cursor, token, values);
       }
     }
     out.resize(static_cast<std::size_t>(cursor - out.data()));
@@ -99,6 +257,51 @@ class DateCodec {
   }
 
  private:
+  static char* copyText(char* out, std::string_view text) {
+    return std::copy(text.begin(), text.end(), out);
+  }
+
+  static char* printToken(char* out, const Token& token, const DateFields& values) {
+    switch (token.field) {
+      case Field::kLiteral:
+        return copyText(out, token.literal);
+      case Field::kYear:
+        return writePadded(out, values.year, token.width);
+      case Field::kShortYear:
+        return writePadded(out, values.year % 100, 2);
+      case Field::kMonth:
+        return writePadded(out, values.month, token.width);
+      case Field::kMonthName: {
+        const std::string_view name = kMonthNames[static_cast<std::size_t>(values.month - 1)];
+        return copyText(out, token.width > 3 ? name : name.substr(0, 3));
+      }
+      case Field::kDay:
+        return writePadded(out, values.day, token.width);
+      case Field::kHour:
+        return writePadded(out, values.hour, token.width);
+      case Field::kHour12:
+        return writePadded(out, values.hour % 12 == 0 ? 12 : values.hour % 12, token.width);
+      case Field::kMinute:
+        return writePadded(out, values.minute, token.width);
+      case Field::kSecond:
+        return writePadded(out, values.second, token.width);
+      case Field::kFraction: {
+        // The microseconds' digits from the left; letters past the sixth print 0.
+        int divisor = 100'000;
+        for (std::size_t i = 0; i < token.width; ++i, divisor /= 10)
+          *out++ = divisor > 0 ? static_cast<char>('0' + values.microseconds / divisor % 10) : '0';
+        return out;
+      }
+      case Field::kAmPm:
+        return copyText(out, values.hour < 12 ? "AM" : "PM");
+      case Field::kWeekday: {
+        const std::string_view name = kWeekdayNames[static_cast<std::size_t>(values.weekday)];
+        return copyText(out, token.width > 3 ? name : name.substr(0, 3));
+      }
+    }
+    return out;
+  }
+
   // Pattern letters come in runs ("yyyy"); everything other than an ASCII letter is literal.
   bool compile(std::string_view pattern) {
     for (std::size_t i = 0; i < pattern.size();) {
@@ -109,10 +312,22 @@ class DateCodec {
           i += 2;
           continue;
         }
-        const std::size_t end = pattern.find('\'', i + 1);
-        if (end == std::string_view::npos) return false;
-        appendLiteral(pattern.substr(i + 1, end - i - 1));
-        i = end + 1;
+        // A quoted literal runs to the next lone quote; '' inside it is one quote too.
+        std::size_t j = i + 1;
+        std::string literal;
+        for (;; ++j) {
+          if (j >= pattern.size()) return false;
+          if (pattern[j] != '\'') {
+            literal.push_back(pattern[j]);
+          } else if (j + 1 < pattern.size() && pattern[j + 1] == '\'') {
+            literal.push_back('\'');
+            ++j;
+          } else {
+            break;
+          }
+        }
+        appendLiteral(literal);
+        i = j + 1;
         continue;
       }
       if (!isAsciiLetter(c)) {
@@ -123,10 +338,14 @@ class DateCodec {
       std::size_t run = 1;
       while (i + run < pattern.size() && pattern[i + run] == c)
         ++run;
-      const Field field = fieldOf(c, run);
-      if (field == Field::kLiteral) return false;
-      tokens_.push_back({field, {}});
-      printedSize_ += run + (field == Field::kYear ? 1 : 0);  // years past 9999
+      std::optional<Token> token = tokenOf(c, run);
+      if (!token) return false;
+      printedSize_ += printedWidth(*token);
+      needsFraction_ = needsFraction_ || token->field == Field::kFraction;
+      needsWeekday_ = needsWeekday_ || token->field == Field::kWeekday;
+      hasHour24_ = hasHour24_ || token->field == Field::kHour;
+      if (token->width == token->maxDigits) token->slot = slotOf(token->field);
+      tokens_.push_back(std::move(*token));
       i += run;
     }
     return true;
@@ -134,22 +353,85 @@ class DateCodec {
 
   static bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
-  static Field fieldOf(char letter, std::size_t run) {
-    if (letter == 'y' && run == 4) return Field::kYear;
-    if (run != 2) return Field::kLiteral;
+  // The field of a run of one letter; nothing for a letter or length the codec does not know.
+  static std::optional<Token> tokenOf(char letter, std::size_t run) {
+    auto number = [run](Field field, std::size_t most) -> std::optional<Token> {
+      // A two-letter field is fixed at two digits; a single letter reads one or two.
+      const auto width = static_cast<std::uint8_t>(run);
+      const auto maxDigits = static_cast<std::uint8_t>(run == 2 ? 2 : most);
+      return Token{field, width, maxDigits, {}};
+    };
+    if (run > 9) return std::nullopt;
     switch (letter) {
+      case 'y':
+        if (run == 2) return Token{Field::kShortYear, 2, 2, {}};
+        // "yyyy" reads exactly four digits; "y" and "yyy" read one or more.
+        return Token{Field::kYear,
+                     static_cast<std::uint8_t>(run),
+                     static_cast<std::uint8_t>(run == 4 ? 4 : std::max<std::size_t>(run, 5)),
+                     {}};
       case 'M':
-        return Field::kMonth;
+        if (run > 4) return std::nullopt;
+        if (run >= 3) return Token{Field::kMonthName, static_cast<std::uint8_t>(run), 0, {}};
+        return number(Field::kMonth, 2);
       case 'd':
-        return Field::kDay;
+        return run <= 2 ? number(Field::kDay, 2) : std::nullopt;
       case 'H':
-        return Field::kHour;
+        return run <= 2 ? number(Field::kHour, 2) : std::nullopt;
+      case 'h':
+        return run <= 2 ? number(Field::kHour12, 2) : std::nullopt;
       case 'm':
-        return Field::kMinute;
+        return run <= 2 ? number(Field::kMinute, 2) : std::nullopt;
       case 's':
-        return Field::kSecond;
+        return run <= 2 ? number(Field::kSecond, 2) : std::nullopt;
+      case 'S':
+        return Token{
+            Field::kFraction, static_cast<std::uint8_t>(run), static_cast<std::uint8_t>(run), {}};
+      case 'a':
+        return run == 1 ? std::optional(Token{Field::kAmPm, 2, 0, {}}) : std::nullopt;
+      case 'E':
+        return run <= 4
+                   ? std::optional(Token{Field::kWeekday, static_cast<std::uint8_t>(run), 0, {}})
+                   : std::nullopt;
       default:
-        return Field::kLiteral;
+        return std::nullopt;
+    }
+  }
+
+  // Where a field that only stores its value goes; nullptr for the others.
+  static int DateFields::*slotOf(Field field) {
+    switch (field) {
+      case Field::kYear:
+        return &DateFields::year;
+      case Field::kMonth:
+        return &DateFields::month;
+      case Field::kDay:
+        return &DateFields::day;
+      case Field::kHour:
+        return &DateFields::hour;
+      case Field::kMinute:
+        return &DateFields::minute;
+      case Field::kSecond:
+        return &DateFields::second;
+      default:
+        return nullptr;
+    }
+  }
+
+  // The most characters a token prints.
+  static std::size_t printedWidth(const Token& token) {
+    switch (token.field) {
+      case Field::kYear:
+        return std::max<std::size_t>(token.width, 5);  // years up to 32767
+      case Field::kMonthName:
+      case Field::kWeekday:
+        return 9;  // "September", "Wednesday"
+      case Field::kLiteral:
+      case Field::kFraction:
+      case Field::kAmPm:
+        return token.width;
+      default:
+        return std::max(token.width, token.maxDigits);
     }
   }
 
@@ -159,7 +441,7 @@ class DateCodec {
     printedSize_ += text.size();
   }
 
-  // Writes `value` (0..99999) with at least `width` digits; returns the end.
+  // Writes `value` (0..999999) with at least `width` digits; returns the end.
   static char* writePadded(char* out, int value, int width) {
     char digits[12];
     int count = 0;
@@ -186,30 +468,32 @@ class DateCodec {
     return 0;
   }
 
-  static OptionalDate toDate(const std::array<int, kFieldCount>& values, DateZone zone) {
-    const int year = values[static_cast<std::size_t>(Field::kYear)];
-    const std::chrono::year_month_day ymd{
-        std::chrono::year(year),
-        std::chrono::month(static_cast<unsigned>(values[static_cast<std::size_t>(Field::kMonth)])),
-        std::chrono::day(static_cast<unsigned>(values[static_cast<std::size_t>(Field::kDay)]))};
-    const int hour = values[static_cast<std::size_t>(Field::kHour)];
-    const int minute = values[static_cast<std::size_t>(Field::kMinute)];
-    const int second = values[static_cast<std::size_t>(Field::kSecond)];
-    if (year < 1 || !ymd.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
-    const sys_seconds wall = sys_days(ymd) + seconds(hour * 3600 + minute * 60 + second);
+  static OptionalDate toDate(const DateFields& values, DateZone zone) {
+    const std::chrono::year_month_day ymd{std::chrono::year(values.year),
+                                          std::chrono::month(static_cast<unsigned>(values.month)),
+                                          std::chrono::day(static_cast<unsigned>(values.day))};
+    if (values.year < 1 || values.year > 32767 || !ymd.ok() || values.hour > 23 ||
+        values.minute > 59 || values.second > 59) {
+      return std::nullopt;
+    }
+    const sys_seconds wall =
+        sys_days(ymd) + seconds(values.hour * 3600 + values.minute * 60 + values.second);
     sys_seconds utc = wall - seconds(offsetAt(wall, zone));
     if (zone.kind == DateZone::Kind::kLocal) {
       // The offset guessed at the wall-clock time may differ from the one at the instant itself
       // around a daylight-saving change; one correction settles it.
       utc = wall - seconds(offsetAt(utc, zone));
     }
-    return Date(utc);
+    return Date(utc) + std::chrono::microseconds(values.microseconds);
   }
 
   std::string pattern_;
   std::vector<Token> tokens_;
   std::size_t printedSize_ = 0;
   bool valid_ = false;
+  bool needsFraction_ = false;
+  bool needsWeekday_ = false;
+  bool hasHour24_ = false;
 };
 
 // Runs `operation` with the codec for `pattern`: the library's own patterns are compiled once,

@@ -36,12 +36,24 @@ struct DateZone {
 // The local time zone's offset from UTC, in seconds east, at `date`.
 int localUTCOffsetSeconds(Date date);
 
-// The codec under every operation below. Patterns are made of the fields "yyyy" (four-digit
-// year), "MM", "dd", "HH" (00-23), "mm", "ss" (two digits each), literal characters other than
-// ASCII letters, and quoted literals ('T'; '' is a quote). Fields missing from a pattern read as
-// 1970-01-01 00:00:00. Parsing is strict: every character must fit the pattern, the whole text
-// is used and the date must exist (no 02-30). An unsupported pattern parses nothing and prints
-// "". Dates use the proleptic Gregorian calendar; printing drops fractions of a second.
+// The codec under every operation below. Pattern fields:
+//   yyyy  four-digit year          y, yyy  the year, unpadded   yy  its last two digits
+//   MM    month 01-12              M       1-12                 MMM "Jan"   MMMM "January"
+//   dd    day 01-31                d       1-31
+//   HH    hour 00-23               H       0-23
+//   hh    hour 01-12               h       1-12                 a   "AM" / "PM"
+//   mm    minute 00-59             m       0-59
+//   ss    second 00-59             s       0-59
+//   S...  fraction of a second, one digit per letter (SSS milliseconds)
+//   EEE   weekday "Mon"            EEEE    "Monday"
+// English names; literal characters other than ASCII letters, and quoted literals ('T'; '' is
+// a quote, also inside quotes). Two-letter number fields are exactly two digits; one-letter
+// fields read one or two. When parsing, a two-digit year is the one within 80 years before and
+// 20 after today, names match in any case, the weekday is read but not checked, and an "H"
+// field wins over "h"/"a". Fields missing from a pattern read as 1970-01-01 00:00:00. Parsing
+// is strict: every character must fit the pattern, the whole text is used and the date must
+// exist (no 02-30). An unsupported pattern parses nothing and prints "". Dates use the
+// proleptic Gregorian calendar; printing drops what the pattern does not show.
 OptionalDate parseDate(std::string_view text, std::string_view pattern, DateZone zone);
 std::string printDate(Date date, std::string_view pattern, DateZone zone);
 

@@ -55,7 +55,7 @@ TEST(DateFormatTest, EngineTextsParseStrictly) {
   // clang-format on
   for (const char* text : rejected)
     EXPECT_FALSE(dateWithDateFormatter(text)) << text;
-  EXPECT_FALSE(dateWithDateFormatter("01-02-2020 03:04:05", "dd.MMM.yyyy"));  // unsupported
+  EXPECT_FALSE(dateWithDateFormatter("01-02-2020 03:04:05", "dd.QQQ.yyyy"));  // unsupported
   EXPECT_FALSE(dateWithDateFormatter("x", "'x"));                             // open quote
 }
 
@@ -97,7 +97,7 @@ TEST(DateFormatTest, DatesPrintInUtcAndInTheLocalZone) {
   EXPECT_EQ(formattedDate(date), "2021/07/04 08:09");
   EXPECT_EQ(stringWithDateFormatter(utc(1969, 12, 31, 23, 59, 59) + milliseconds(500)),
             "1969/12/31 23:59:59");
-  EXPECT_EQ(stringWithDateFormatter(date, "dd MMM"), "");
+  EXPECT_EQ(stringWithDateFormatter(date, "dd QQQ"), "");  // a field the codec does not know
   // Years past 9999 print in full, however often the pattern repeats them.
   EXPECT_EQ(stringWithDateFormatter(utc(12345, 6, 7), "yyyy|yyyy|yyyy"), "12345|12345|12345");
   EXPECT_EQ(stringWithDateFormatter(utc(987, 6, 7), "yyyy-MM-dd"), "0987-06-07");
@@ -116,6 +116,58 @@ TEST(DateFormatTest, DatesPrintInUtcAndInTheLocalZone) {
   EXPECT_EQ(printDate(utc(2021, 1, 1), "yyyy-MM-dd HH:mm", DateZone::fixed(-90 * 60)),
             "2020-12-31 22:30");
   EXPECT_EQ(parseDate("2021-01-01", "yyyy-MM-dd", DateZone::fixed(3600)), utc(2020, 12, 31, 23));
+}
+
+// Every field other parsers print: one date in the afternoon, one just after midnight.
+TEST(DateFormatTest, EveryFieldPrints) {
+  const Date afternoon = utc(2021, 7, 4, 15, 9, 5) + milliseconds(42);
+  const Date midnight = utc(2009, 1, 31, 0, 5, 0) + microseconds(999999);
+  // clang-format off
+  const struct { const char* pattern; const char* afternoon; const char* midnight; } cases[] = {
+      {"yy", "21", "09"},                {"y", "2021", "2009"},
+      {"M/d", "7/4", "1/31"},            {"MM/dd", "07/04", "01/31"},
+      {"MMM", "Jul", "Jan"},             {"MMMM", "July", "January"},
+      {"H:m:s", "15:9:5", "0:5:0"},      {"HH:mm:ss", "15:09:05", "00:05:00"},
+      {"h a", "3 PM", "12 AM"},          {"hh:mm a", "03:09 PM", "12:05 AM"},
+      {"ss.SSS", "05.042", "00.999"},    {"S", "0", "9"},
+      {"EEE", "Sun", "Sat"},             {"EEEE", "Sunday", "Saturday"},
+      {"EEE, d MMM yyyy", "Sun, 4 Jul 2021", "Sat, 31 Jan 2009"},
+      {"yyyy-MM-dd'T'HH:mm:ss", "2021-07-04T15:09:05", "2009-01-31T00:05:00"},
+      {"'at' h 'o''clock'", "at 3 o'clock", "at 12 o'clock"},
+      {"MMMMM", "", ""},                 {"EEEEE", "", ""}, {"hhh", "", ""}, {"aa", "", ""},
+  };
+  // clang-format on
+  for (const auto& test : cases) {
+    EXPECT_EQ(stringWithDateFormatter(afternoon, test.pattern), test.afternoon) << test.pattern;
+    EXPECT_EQ(stringWithDateFormatter(midnight, test.pattern), test.midnight) << test.pattern;
+  }
+}
+
+TEST(DateFormatTest, EveryFieldParses) {
+  // clang-format off
+  const struct { const char* text; const char* pattern; OptionalDate expected; } cases[] = {
+      {"7/4/21 3:09 PM", "M/d/yy h:mm a", utc(2021, 7, 4, 15, 9)},
+      {"12/31/99 12:00 AM", "M/d/yy h:mm a", utc(1999, 12, 31, 0, 0)},
+      {"1/1/05 12:30 pm", "M/d/yy h:mm a", utc(2005, 1, 1, 12, 30)},
+      {"Sun, 04 Jul 2021 15:09:05", "EEE, dd MMM yyyy HH:mm:ss", utc(2021, 7, 4, 15, 9, 5)},
+      {"Sunday, July 4, 2021", "EEEE, MMMM d, yyyy", utc(2021, 7, 4)},
+      {"4 jul 2021", "d MMM y", utc(2021, 7, 4)},
+      {"2021-07-04 15:09:05.042", "yyyy-MM-dd HH:mm:ss.SSS", utc(2021, 7, 4, 15, 9, 5) + milliseconds(42)},
+      {"2021-07-04T15:09:05", "yyyy-MM-dd'T'HH:mm:ss", utc(2021, 7, 4, 15, 9, 5)},
+      {"15 PM", "H a", utc(1970, 1, 1, 15)},  // a 24-hour field ignores the marker
+      {"13 PM", "h a", std::nullopt},         // no 13 o'clock on a 12-hour clock
+      {"0 AM", "h a", std::nullopt},
+      {"7/4/2021", "M/d/yy", std::nullopt},   // yy reads two digits only
+      {"Jux 4", "MMM d", std::nullopt},
+      {"Sux", "EEE", std::nullopt},
+      {"7/", "M/d", std::nullopt},
+      {"3 XM", "h a", std::nullopt},
+  };
+  // clang-format on
+  for (const auto& test : cases) {
+    EXPECT_EQ(dateWithDateFormatter(test.text, test.pattern), test.expected)
+        << test.text << " / " << test.pattern;
+  }
 }
 
 TEST(DateFormatTest, SecondsSince1970) {

@@ -13,7 +13,7 @@
 namespace dataparser {
 namespace {
 
-ImagePtr loadImage(ImagePtr& cache, const std::string& path) {
+const ImagePtr& loadImage(ImagePtr& cache, const std::string& path) {
   if (!cache && !path.empty()) cache = Image::imageWithContentsOfFile(path);
   return cache;
 }
@@ -98,10 +98,10 @@ void IOSSMSSingleItem::appendMessagesOfRecord(const json::Value& record, bool pa
   auto dropped = [&](const IOSSMSSingleItem& message) {
     if (parseDeleted) return false;
     message.primeTag(members[Record::kTag]);
-    return message.isDeleted();
+    return message.isDeleted() != 0;
   };
   json::View mediaInfo = members[Record::kMediaInfo];
-  if (mediaInfo.size() == 0) {
+  if (!mediaInfo.isArray() || mediaInfo.size() == 0) {  // an object is the wrong type: no entries
     auto message = make(record.view());
     if (dropped(*message)) return;
     if (members.hasText() || message->attachment()) messages.push_back(std::move(message));
@@ -268,8 +268,7 @@ const std::string& IOSSMSSessionItem::identifier() const {
 }
 
 const ImagePtr& IOSSMSSessionItem::image() const {
-  loadImage(image_, imagePath());
-  return image_;
+  return loadImage(imageStorage(), imagePath());
 }
 
 const ImagePtr& IOSSMSSessionItem::thumb() const {

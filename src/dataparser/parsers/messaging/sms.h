@@ -83,7 +83,8 @@ class IOSSMSSessionItem : public IOSBaseSessionItem {
 
   // "chat_identifier", read on first use.
   const std::string& identifier() const override;
-  // The pictures named by "image_path" and "thumb_path", loaded on first use.
+  // The pictures named by "image_path" and "thumb_path", loaded on first use; a picture given
+  // to setImage wins over "image_path".
   const ImagePtr& image() const override;
   const ImagePtr& thumb() const;
 
@@ -102,7 +103,6 @@ class IOSSMSSessionItem : public IOSBaseSessionItem {
   std::int64_t chatId_ = 0;
   mutable std::optional<std::string> identifier_;
   // Loaded pictures; a failed load is tried again on the next read.
-  mutable ImagePtr image_;
   mutable ImagePtr thumb_;
 };
 

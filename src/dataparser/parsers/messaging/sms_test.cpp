@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dataparser/util/image.h"
 #include "tests/test_support.h"
 
 namespace dataparser {
@@ -203,6 +204,44 @@ TEST(SMSParserTest, SettersWinOverWhatIsReadOnFirstUse) {
   set->setTo("+3");
   EXPECT_EQ(set->to(), "+3");
   EXPECT_EQ(set->belong(), "+2");  // one field does not disturb the others
+}
+
+// "media_info" of the wrong type has no entries: the record is an ordinary message, kept for
+// its subject or its own attachment.
+TEST(SMSParserTest, MediaInfoOfTheWrongTypeLeavesAnOrdinaryMessage) {
+  TempDir dir;
+  const std::string picture = dir.write("m/a.png", "1");
+  for (const char* mediaInfo :
+       {R"({"media_backup_path": "x"})", "{}", R"("text")", "7", "null", "[]"}) {
+    auto parser =
+        parse(exportNaming(dir, std::string(R"({"messages": [
+        {"text": "", "subject": "S", "send_date": "05-06-2021 10:00:00", "media_info": )") +
+                                    mediaInfo + R"(},
+        {"text": "", "send_date": "05-06-2021 11:00:00", "media_backup_path": ")" +
+                                    picture + R"(", "media_info": )" + mediaInfo + "}]}"));
+    ASSERT_EQ(parser->items().size(), 1u) << mediaInfo;
+    auto session = sessionAt(*parser, 0);
+    ASSERT_EQ(session->contents().size(), 2u) << mediaInfo;
+    EXPECT_EQ(messageAt(*session, 0)->text(), "S\n") << mediaInfo;  // subject, line, no text
+    ASSERT_TRUE(messageAt(*session, 1)->attachment()) << mediaInfo;
+    EXPECT_EQ(messageAt(*session, 1)->attachment()->localPath(), picture) << mediaInfo;
+  }
+}
+
+TEST(SMSParserTest, ConversationPictureSetByTheCallerWins) {
+  TempDir dir;
+  const std::string png = testing::fixturePath("images/picture.png");
+  const ImagePtr given = Image::imageWithContentsOfFile(testing::fixturePath("model/pixel.png"));
+  ASSERT_TRUE(given);
+  for (const std::string& imagePath : {std::string(), png}) {
+    auto parser = parse(exportNaming(
+        dir, R"({"image_path": ")" + imagePath + R"(", "messages": [{"text": "hi"}]})"));
+    auto session = sessionAt(*parser, 0);
+    EXPECT_EQ(session->image() != nullptr, !imagePath.empty());  // read from "image_path"
+    session->setImage(given);
+    EXPECT_EQ(session->image(), given) << imagePath;
+    EXPECT_EQ(static_cast<const IOSBaseSessionItem&>(*session).image(), given);
+  }
 }
 
 TEST(SMSParserTest, BadInputLeavesTheRestIntact) {
