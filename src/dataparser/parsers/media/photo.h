@@ -48,7 +48,7 @@ class IOSPhotoItem : public IOSBaseItem, public std::enable_shared_from_this<IOS
   // file {md5(uuid)}.{extension} there becomes `localPath`, and {md5(name)}.png `thumbPath`.
   void initWithiCloudPhotoDict(const json::Value& dictionary, const std::string& withBackupPath);
 
-  bool isDeleted() const { return deleted_; }
+  std::int64_t isDeleted() const override { return deleted_ ? 1 : 0; }
   void itemIsDeleted(bool flag) { deleted_ = flag; }
   bool isAdjustments() const { return isAdjustments_; }
   void setIsAdjustments(bool value) { isAdjustments_ = value; }
