@@ -414,7 +414,7 @@ std::shared_ptr<const Image> IOSPhotoItem::ATThumbnailImageFromImage(
 }
 
 void IOSPhotoItem::describeIsDeleted(FieldVisitor& visitor) const {
-  visitor.field("isDeleted", isDeleted());
+  visitor.field("isDeleted", isDeleted() != 0);
 }
 
 void IOSPhotoItem::describe(FieldVisitor& visitor) const {
