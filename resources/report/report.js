@@ -48,6 +48,12 @@
         ? url : null;
   }
 
+  // Deleted as a whole: true, or 1 for a conversation all of whose messages were deleted (-1,
+  // some of them, leaves the conversation itself unmarked).
+  function isDeleted(item) {
+    return item.isDeleted === true || item.isDeleted === 1;
+  }
+
   function isObject(value) {
     return value !== null && typeof value === 'object' && !Array.isArray(value);
   }
@@ -188,7 +194,7 @@
     const thread = el('div', 'thread');
     thread.appendChild(el('p', 'empty', 'Choose a conversation.'));
     sessions.forEach((session) => {
-      const row = el('div', 'session' + (session.isDeleted ? ' deleted' : ''));
+      const row = el('div', 'session' + (isDeleted(session) ? ' deleted' : ''));
       const name = firstText(session, ['name', 'displayName', 'identifier']) || '(no name)';
       row.appendChild(el('div', 'name', name));
       const count = session.contents ? session.contents.count : 0;
@@ -243,10 +249,10 @@
     }
     const sent = message.isReceived === false;
     const row = el('div', 'bubble-row' + (sent ? ' sent' : ''));
-    const bubble = el('div', 'bubble' + (message.isDeleted ? ' deleted' : ''));
+    const bubble = el('div', 'bubble' + (isDeleted(message) ? ' deleted' : ''));
     const sender = sent ? 'Me' : (names.get(message.from) || message.from || '');
     const meta = el('div', 'meta', [sender, message.strSendDate].filter(Boolean).join(' · '));
-    if (message.isDeleted) meta.appendChild(el('span', 'tag-deleted', 'deleted'));
+    if (isDeleted(message)) meta.appendChild(el('span', 'tag-deleted', 'deleted'));
     bubble.appendChild(meta);
     if (message.text) bubble.appendChild(el('div', 'text', message.text));
     if (isObject(message.attachment)) bubble.appendChild(attachmentNode(message.attachment));
@@ -257,11 +263,11 @@
   function gridView(items) {
     const grid = el('div', 'grid');
     items.forEach((item) => {
-      const tile = el('div', 'tile' + (item.isDeleted ? ' deleted' : ''));
+      const tile = el('div', 'tile' + (isDeleted(item) ? ' deleted' : ''));
       tile.appendChild(attachmentNode(item));
       const date = firstText(item, ['strDate', 'strCreateDate', 'strSendDate']);
       if (date) tile.appendChild(el('div', 'payload', date));
-      if (item.isDeleted) tile.appendChild(el('span', 'tag-deleted', 'deleted'));
+      if (isDeleted(item)) tile.appendChild(el('span', 'tag-deleted', 'deleted'));
       grid.appendChild(tile);
     });
     return grid;
@@ -277,11 +283,11 @@
   }
 
   function card(item, depth) {
-    const node = el('div', 'card' + (item.isDeleted ? ' deleted' : ''));
+    const node = el('div', 'card' + (isDeleted(item) ? ' deleted' : ''));
     const title = firstText(item, titleKeys);
     if (depth === 0) {
       const h = el('h3', null, title || item.class || '');
-      if (item.isDeleted) h.appendChild(el('span', 'tag-deleted', 'deleted'));
+      if (isDeleted(item)) h.appendChild(el('span', 'tag-deleted', 'deleted'));
       node.appendChild(h);
     }
     const table = el('table');
