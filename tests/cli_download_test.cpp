@@ -105,7 +105,7 @@ TEST(CliDownloadTest, FolderDestinationsAndDestinationsThatCannotBe) {
   };
   const Case cases[] = {
       {"/files/d.txt", box, 0, box + "/d.txt\n", ""},
-      {"/files/d.txt?x=1", box + "/", 0, box + "/d.txt_", ""},  // d.txt exists now
+      {"/files/d.txt?x=1", box + "/", 0, box + "/d_", ""},  // d.txt exists now
       {"/files/", box, 1, "", "names no file"},
       {"/files/d.txt", "", 1, "", "DEST is empty"},
       {"/files/d.txt", box + "/missing/d.txt", 1, "", "does not exist"},
@@ -118,7 +118,9 @@ TEST(CliDownloadTest, FolderDestinationsAndDestinationsThatCannotBe) {
     EXPECT_TRUE(result.out.starts_with(c.out)) << result.out;
     EXPECT_NE(result.err.find(c.err), std::string::npos) << result.err;
     // A destination that cannot be is refused before anything is fetched.
-    if (c.status != 0) EXPECT_EQ(server.requests().size(), before);
+    if (c.status != 0) {
+      EXPECT_EQ(server.requests().size(), before);
+    }
   }
   EXPECT_EQ(readFile(box + "/d.txt"), "data");
   EXPECT_FALSE(fileExists((dir.path() / "box_").string()));

@@ -281,7 +281,7 @@ TEST_F(FileDownloaderTest, ASecondClashInTheSameSecondTakesTheNextFreeName) {
         "c_" + FileDownloader::convertDate(start + std::chrono::seconds(s)) + ".txt", "older"));
   }
   Attempt run = download(server.url("/files/c.txt"), existing);
-  EXPECT_FALSE(run.outcome->error);
+  EXPECT_FALSE(run.outcome->error) << run.outcome->error->message;
   std::string used = run.downloader->destinationPath();
   EXPECT_TRUE(used.ends_with("_1.txt")) << used;
   EXPECT_EQ(readAll(used), content);

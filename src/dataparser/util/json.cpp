@@ -1,5 +1,6 @@
 #include "dataparser/util/json.h"
 
+#include <fmt/format.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -603,9 +604,13 @@ std::string mendedText(std::string_view text) {
 }
 
 Value parseFile(const std::string& path, std::string* error) {
+  // Every error names its file, so that a log line says which one of many failed.
+  auto named = [&path, error](std::string message) {
+    if (error) *error = fmt::format("{} ({})", message, path);
+  };
   FileText text;
   if (simdjson::error_code code = text.load(path); code != simdjson::SUCCESS) {
-    if (error) *error = simdjson::error_message(code);
+    named(simdjson::error_message(code));
     return {};
   }
   std::string firstError;
@@ -616,14 +621,16 @@ Value parseFile(const std::string& path, std::string* error) {
   std::string_view bytes(text.data(), text.length());
   std::string mended = mendedText(bytes);
   if (mended != bytes) {
-    value = parse(std::move(mended), error);
+    std::string mendedError;
+    value = parse(std::move(mended), &mendedError);
     if (value.present()) {
       RunLog::write(">>> invalid text mended in {}", path);
       return value;
     }
+    named(std::move(mendedError));
     return {};
   }
-  if (error) *error = std::move(firstError);
+  named(std::move(firstError));
   return {};
 }
 

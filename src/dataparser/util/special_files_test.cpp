@@ -53,6 +53,10 @@ TEST(SpecialFilesTest, ReadersRefusePipesDevicesAndFoldersWithoutBlocking) {
       EXPECT_FALSE(result.get());
     }
   }
+  // The reason names the file.
+  std::string error;
+  EXPECT_FALSE(json::parseFile(fifo, &error).present());
+  EXPECT_NE(error.find(fifo), std::string::npos) << error;
   EXPECT_TRUE(readFile(json).has_value());
   EXPECT_TRUE(json::parseFile(json).present());
   EXPECT_NE(Image::imageWithContentsOfFile(picture), nullptr);
