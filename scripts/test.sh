@@ -11,6 +11,19 @@ scripts/setup.sh
 cmake -S . -B build/release-check -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DDATAPARSER_BUILD_TESTS=OFF -DDATAPARSER_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build build/release-check --target dataparser dataparser_cli
+# A program outside the project builds against an install prefix, through find_package and
+# through pkg-config as the README writes it.
+prefix="$PWD/build/consumer/prefix"
+rm -rf build/consumer
+cmake --install build/release-check --prefix "$prefix" >/dev/null
+cmake -S tests/consumer -B build/consumer/cmake -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build build/consumer/cmake
+build/consumer/cmake/consumer
+# shellcheck disable=SC2046
+c++ -std=c++20 tests/consumer/main.cpp -o build/consumer/pkg-config-consumer \
+  $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$prefix/lib/x86_64-linux-gnu/pkgconfig" \
+    pkg-config --cflags --libs dataparser)
+build/consumer/pkg-config-consumer
 cmake --preset asan >/dev/null
 cmake --build --preset asan
 ctest --preset asan

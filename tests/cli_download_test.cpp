@@ -90,6 +90,42 @@ TEST(CliDownloadTest, FailuresExitNonZeroWithTheReason) {
   EXPECT_EQ(readFile(dest), std::string(5000, 'c'));
 }
 
+TEST(CliDownloadTest, FolderDestinationsAndDestinationsThatCannotBe) {
+  HttpTestServer server;
+  server.addFile("d.txt", "data");
+  TempDir dir;
+  std::filesystem::create_directories(dir.path() / "box");
+  const std::string box = (dir.path() / "box").string();
+  struct Case {
+    std::string url;
+    std::string dest;
+    int status;
+    std::string out;  // the path printed
+    std::string err;  // part of the reason
+  };
+  const Case cases[] = {
+      {"/files/d.txt", box, 0, box + "/d.txt\n", ""},
+      {"/files/d.txt?x=1", box + "/", 0, box + "/d_", ""},  // d.txt exists now
+      {"/files/", box, 1, "", "names no file"},
+      {"/files/d.txt", "", 1, "", "DEST is empty"},
+      {"/files/d.txt", box + "/missing/d.txt", 1, "", "does not exist"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.url + " -> " + c.dest);
+    const std::size_t before = server.requests().size();
+    CliResult result = runCli(dir, server.url(c.url), c.dest);
+    EXPECT_EQ(result.status, c.status) << result.err;
+    EXPECT_TRUE(result.out.starts_with(c.out)) << result.out;
+    EXPECT_NE(result.err.find(c.err), std::string::npos) << result.err;
+    // A destination that cannot be is refused before anything is fetched.
+    if (c.status != 0) {
+      EXPECT_EQ(server.requests().size(), before);
+    }
+  }
+  EXPECT_EQ(readFile(box + "/d.txt"), "data");
+  EXPECT_FALSE(fileExists((dir.path() / "box_").string()));
+}
+
 TEST(CliDownloadTest, ResumesAfterADropAndTrustsTheNamedAuthority) {
   TempDir dir;
   TestCertificates certificates = TestCertificates::make();

@@ -7,12 +7,15 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "dataparser/net/file_downloader.h"
+#include "dataparser/util/path.h"
+#include "dataparser/util/text.h"
 
 namespace dataparser::cli {
 namespace {
@@ -52,7 +55,48 @@ class ProgressBar {
   bool drawn_ = false;
 };
 
+// The file that DEST names, decided before any byte is fetched: inside DEST when it is a folder
+// (named after the URL's last path segment), else DEST itself, whose folder must exist. "" and
+// `problem` when there is no such file.
+std::string destinationFile(const std::string& url, const std::string& dest, std::string* problem) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (dest.empty()) {
+    *problem = "DEST is empty";
+    return "";
+  }
+  if (fs::is_directory(dest, error)) {
+    std::string_view rest = url;
+    if (std::size_t scheme = rest.find("://"); scheme != std::string_view::npos) {
+      rest.remove_prefix(scheme + 3);
+    }
+    rest = rest.substr(0, rest.find_first_of("?#"));
+    std::size_t slash = rest.find('/');
+    std::string_view segment =
+        slash == std::string_view::npos ? std::string_view() : rest.substr(rest.rfind('/') + 1);
+    std::string decoded = URLDecodedString(segment);
+    if (decoded.empty() || decoded == "." || decoded == "..") {
+      *problem = dest + " is a folder and the URL names no file: give DEST as a file path";
+      return "";
+    }
+    return (fs::path(dest) / path::safeComponent(decoded)).string();
+  }
+  fs::path parent = fs::path(dest).parent_path();
+  if (parent.empty()) parent = ".";
+  if (!fs::is_directory(parent, error)) {
+    *problem = "the folder " + parent.string() + " of DEST does not exist";
+    return "";
+  }
+  return dest;
+}
+
 int runDownload(const DownloadOptions& options) {
+  std::string problem;
+  const std::string destination = destinationFile(options.url, options.destination, &problem);
+  if (destination.empty()) {
+    fmt::print(stderr, "dataparser download: {}\n", problem);
+    return 1;
+  }
   if (!options.caFile.empty()) DownloadSession::setAdditionalCAFile(options.caFile);
   auto bar = std::make_shared<ProgressBar>();
   FileDownloader::ProgressHandler progress;
@@ -62,7 +106,7 @@ int runDownload(const DownloadOptions& options) {
   auto finished = std::make_shared<std::promise<std::optional<DownloadError>>>();
   std::future<std::optional<DownloadError>> outcome = finished->get_future();
   auto downloader = FileDownloader::initWithURL(
-      options.url, options.destination, std::move(progress),
+      options.url, destination, std::move(progress),
       [finished](std::optional<DownloadError> error) { finished->set_value(std::move(error)); });
   downloader->setResumable(options.resume);
   if (options.size > 0) downloader->setExpectedContentLength(options.size);
@@ -75,14 +119,14 @@ int runDownload(const DownloadOptions& options) {
     fmt::print(stderr, "dataparser download: {}\n", error->message);
     return 1;
   }
-  std::string destination = downloader->destinationPath();
-  if (destination.empty()) {
+  const std::string used = downloader->destinationPath();
+  if (used.empty()) {
     fmt::print(stderr,
                "dataparser download: the download did not reach its size, so nothing was moved "
                "into place (a server that announces no size needs --size BYTES)\n");
     return 1;
   }
-  fmt::print("{}\n", destination);
+  fmt::print("{}\n", used);
   return 0;
 }
 
@@ -93,7 +137,10 @@ void addDownloadCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "download", "Download URL to DEST, resumably; an existing DEST is never replaced");
   command->add_option("URL", options->url, "http or https URL")->required();
-  command->add_option("DEST", options->destination, "destination file")->required();
+  command
+      ->add_option("DEST", options->destination,
+                   "destination file, or an existing folder to put the URL's file in")
+      ->required();
   command->add_flag("--resume", options->resume,
                     "continue the cache file of an earlier attempt instead of starting over");
   command

@@ -1,5 +1,8 @@
 // dataparser: the command-line host of the library. Each subcommand lives in its own file and
 // registers itself here.
+//
+// Exit status: 0 done, 1 failed (bad folder, failed scan or download, working folder that cannot
+// be made), 2 scan stopped (Ctrl-C), 64 usage error (unknown option, missing argument ...).
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -10,6 +13,12 @@
 #include "tools/dataparser/report_command.h"
 #include "tools/dataparser/scan_command.h"
 
+namespace {
+
+constexpr int kUsageError = 64;
+
+}  // namespace
+
 int main(int argc, char** argv) {
   dataparser::setBundleIdentifier("org.dataparser.cli");
   CLI::App app{"dataparser: turns phone backups into data people can see again"};
@@ -19,9 +28,19 @@ int main(int argc, char** argv) {
   dataparser::cli::addScanCommand(app);
   dataparser::cli::addDownloadCommand(app);
   dataparser::cli::addReportCommand(app);
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::RuntimeError& status) {
+    // A command's own exit status, already explained on stderr.
+    std::fflush(stdout);
+    return status.get_exit_code();
+  } catch (const CLI::ParseError& error) {
+    // Help and version end well; every mistake in the command line has one status.
+    int code = app.exit(error);
+    return code == 0 ? 0 : kUsageError;
+  }
   if (app.get_subcommands().empty()) {
-    std::printf("dataparser %s\n", DataParserVersionString);
+    std::fputs(app.help().c_str(), stdout);
   }
   return 0;
 }

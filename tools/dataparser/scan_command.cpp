@@ -16,6 +16,7 @@
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
 #include "dataparser/report/report_writer.h"
+#include "dataparser/util/file_helper.h"
 #include "tools/dataparser/scan_export.h"
 
 namespace dataparser::cli {
@@ -105,6 +106,18 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
     return 1;
   }
 
+  // The working folder holds the logs and the engine's temporary files; without it the scan
+  // cannot run at all.
+  const std::string root = productDomainPath();
+  for (const char* sub : {"Logs", "temp"}) {
+    std::string reason;
+    if (!createDirectories(root + "/" + sub, &reason)) {
+      std::fprintf(err, "dataparser: cannot create the working folder %s: %s\n", root.c_str(),
+                   reason.c_str());
+      return 1;
+    }
+  }
+
   auto scan = std::make_shared<ScanExport>();
   auto bar = std::make_shared<ProgressBar>(err, options.progressBar);
   auto ended = std::make_shared<std::promise<int>>();
@@ -155,6 +168,7 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   parser.setAndroidPackageEngine(nullptr);
 
   printSummary(*scan, out);
+  std::fflush(out);  // piped output keeps its order with the messages on `err`
   if (!options.jsonPath.empty()) {
     std::string message;
     if (!scan->write(options.jsonPath, &message)) {
@@ -175,6 +189,7 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
     }
     std::fprintf(out, "report written to %s\n",
                  (fs::absolute(options.reportDir) / "index.html").c_str());
+    std::fflush(out);
   }
   switch (status) {
     case 1:
@@ -190,7 +205,15 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
 }
 
 void installInterruptHandler() {
-  std::signal(SIGINT, [](int) { gInterrupted = true; });
+  // The first Ctrl-C (or a SIGTERM) stops the scan, which ends with what it has and removes the
+  // replay's temporary files; the handler then steps aside, so a second one ends the process at
+  // once.
+  auto stop = [](int signal) {
+    gInterrupted = true;
+    std::signal(signal, SIG_DFL);
+  };
+  std::signal(SIGINT, stop);
+  std::signal(SIGTERM, stop);
 }
 
 void addScanCommand(CLI::App& app) {

@@ -19,7 +19,18 @@
 namespace dataparser::cli {
 namespace {
 
-// A FieldVisitor that writes JSON through a RapidJSON writer.
+// Display state of a user interface, meaningless in an export.
+bool isDisplayState(std::string_view name) {
+  return name == "selected" || name == "highlighed" || name == "dragHighlighted" ||
+         name == "visible";
+}
+
+// A progress value as a person would write it: 0.3, not 0.30000001192092896.
+double roundedProgress(float value) {
+  return std::round(static_cast<double>(value) * 10000.0) / 10000.0;
+}
+
+// A FieldVisitor that writes JSON through a RapidJSON writer; display state is left out.
 template <class Writer>
 class JsonFieldWriter final : public FieldVisitor {
  public:
@@ -29,6 +40,7 @@ class JsonFieldWriter final : public FieldVisitor {
 
  protected:
   void onNull(std::string_view name) override {
+    if (isDisplayState(name)) return;
     key(name);
     writer_.Null();
   }
@@ -37,6 +49,7 @@ class JsonFieldWriter final : public FieldVisitor {
     writer_.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
   }
   void onInteger(std::string_view name, std::int64_t value) override {
+    if (isDisplayState(name)) return;
     key(name);
     writer_.Int64(value);
   }
@@ -53,6 +66,7 @@ class JsonFieldWriter final : public FieldVisitor {
     }
   }
   void onBool(std::string_view name, bool value) override {
+    if (isDisplayState(name)) return;
     key(name);
     writer_.Bool(value);
   }
@@ -169,7 +183,7 @@ bool ScanExport::write(const std::string& path, std::string* error) const {
   writer.Key("progress");
   writer.StartArray();
   for (float value : progress_)
-    writer.Double(static_cast<double>(value));
+    writer.Double(roundedProgress(value));
   writer.EndArray();
   writer.Key("reports");
   writer.StartArray();

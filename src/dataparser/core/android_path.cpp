@@ -143,6 +143,7 @@ void IOSDataParser::analyzeAndroidData(JSONData data, IOSDataType type) {
 
   const AndroidRoute route = androidRouteForType(type);
   if (route.type == 0) return;
+  ParseStopScope stopScope(parseStoped_);
   std::shared_ptr<IOSBaseParser> parser =
       AndroidWhatsAppParser::parserWithJSONData(data, parseDeleted(), deviceBackup(), backupPath());
 

@@ -128,7 +128,10 @@ int handleCallback(CallbackTypeExtend type, const char* data) {
   if (data == nullptr) return 0;
 
   std::string_view text(data);
-  if (simdjson::validate_utf8(text.data(), text.size()) == false) return 0;
+  if (simdjson::validate_utf8(text.data(), text.size()) == false) {
+    RunLog::write(">>> CallbackFuction Discard!!! invalid UTF-8 in a block of code {}", type);
+    return 0;
+  }
   std::string cleaned;
   if (route.type == IOSDataTypeSafariHistory) {
     cleaned = removeInvalidCharacterText(text);

@@ -106,12 +106,15 @@ TEST_F(CallbackBridgeTest, EveryCodeOfTheTable) {
   }
 }
 
-TEST_F(CallbackBridgeTest, BadTextIsDroppedSilently) {
+TEST_F(CallbackBridgeTest, BadTextIsDroppedWithALogLine) {
   EXPECT_EQ(CallbackFuction(56, "\xff\xfe{}", 4), 0);
   EXPECT_EQ(CallbackFuction(56, "{\"a\": \"\xc3\"}", 0), 0);  // truncated sequence
   EXPECT_EQ(CallbackFuction(54, "\xff", 1), 0);
   EXPECT_TRUE(received().empty());
-  EXPECT_TRUE(logs.run().lines().empty());
+  EXPECT_THAT(logs.run().lines(),
+              ElementsAre(">>> CallbackFuction Discard!!! invalid UTF-8 in a block of code 56",
+                          ">>> CallbackFuction Discard!!! invalid UTF-8 in a block of code 56",
+                          ">>> CallbackFuction Discard!!! invalid UTF-8 in a block of code 54"));
   // Malformed JSON still reaches the parser, which decides what it means.
   CallbackFuction(56, "{not json", 0);
   EXPECT_THAT(received(), ElementsAre("0x80000 {not json"));

@@ -302,6 +302,16 @@ void IOSDataParser::stopParse() {
   for (const ParserPtr& parser : icloud) {
     if (parser) parser->stopParser();
   }
+  // The long-lived parsers too; a parser its factory is still building sees the flag above
+  // through the ParseStopScope of dispatch.
+  std::array<ParserPtr, kParserSlotCount> slots;
+  {
+    std::lock_guard lock(mutex_);
+    slots = parsers_;
+  }
+  for (const ParserPtr& parser : slots) {
+    if (parser) parser->stopParser();
+  }
 }
 
 void IOSDataParser::stopBackup() {
@@ -319,7 +329,8 @@ std::shared_ptr<IOSDataParserDelegate> IOSDataParser::observerFor(Operation oper
 
 void IOSDataParser::report(const std::shared_ptr<IOSDataParserDelegate>& observer,
                            const ItemList& list, IOSDataType type) {
-  if (list.empty()) return;
+  // After a stop the observer hears nothing more of this scan but its end.
+  if (list.empty() || parseStoped_.load()) return;
   observer->didFetchedData(*this, ItemList(list), type);
 }
 
@@ -330,6 +341,7 @@ void IOSDataParser::analyzeData(JSONData data, IOSDataType type) {
     std::binary_semaphore& semaphore;
     ~Release() { semaphore.release(); }
   } release{semaphore_};
+  ParseStopScope stopScope(parseStoped_);
   dispatch(data, type);
 }
 

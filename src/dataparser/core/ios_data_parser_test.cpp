@@ -166,6 +166,60 @@ TEST_F(CoordinatorTest, StopFromAnotherThreadEndsTheScanWithStatusTwo) {
   EXPECT_FALSE(parser().parseStoped());  // the finish resets the flags
 }
 
+// A parser that works until it is told to stop (or 20 s pass), then holds one item.
+class StoppableParser : public testing::TestParser {
+ public:
+  void work() {
+    auto until = std::chrono::steady_clock::now() + 20s;
+    while (!isStopParser() && std::chrono::steady_clock::now() < until)
+      std::this_thread::sleep_for(1ms);
+    stoppedInTime = isStopParser();
+    take(parserJson({"late"}));
+  }
+  void addJSONData(JSONData) override { work(); }
+  void take(const std::string& text) { testing::TestParser::addJSONData(text); }
+  bool stoppedInTime = false;
+};
+
+TEST_F(CoordinatorTest, StopReachesTheParserInFlightAndNothingIsReportedAfterIt) {
+  // Both kinds: a parser its factory is still building, and a long-lived one being fed.
+  std::atomic<StoppableParser*> inFlight = nullptr;
+  std::shared_ptr<StoppableParser> made;
+  DispatchTable table = testing::testDispatchTable();
+  table.setFactory(IOSDataTypeSMS, [&](JSONData, bool, bool) {
+    made = std::make_shared<StoppableParser>();
+    inFlight = made.get();
+    made->work();
+    return made;
+  });
+  table.setSlotMaker(ParserSlot::kLine, [] { return std::make_shared<StoppableParser>(); });
+  parser().setDispatchTable(table);
+  for (IOSDataType type : {IOSDataTypeSMS, IOSDataTypeLine}) {
+    SCOPED_TRACE(type);
+    startPieces();
+    inFlight = nullptr;
+    std::thread engineThread([type] { parser().analyzeData(parserJson({"x"}), type); });
+    if (type == IOSDataTypeSMS) {
+      while (inFlight.load() == nullptr)
+        std::this_thread::sleep_for(1ms);
+    } else {
+      std::this_thread::sleep_for(50ms);
+    }
+    auto asked = std::chrono::steady_clock::now();
+    parser().stopParse();
+    engineThread.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, 5s);
+    auto worked = type == IOSDataTypeSMS
+                      ? made
+                      : std::dynamic_pointer_cast<StoppableParser>(parser().lineParser());
+    ASSERT_NE(worked, nullptr);
+    EXPECT_TRUE(worked->stoppedInTime);
+    EXPECT_TRUE(observer.fetched().empty());
+    parser().parseFinished(1);
+    EXPECT_EQ(observer.events().back(), "finished 2");
+  }
+}
+
 TEST_F(CoordinatorTest, EngineFailureReportsThreeAndKeepsTheParsers) {
   testing::RecordingWriter recording(dir);
   recording.block(62, parserJson({"w"})).block(84, "{\"error\": \"broken\"}");

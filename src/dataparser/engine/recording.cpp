@@ -1,6 +1,9 @@
 #include "dataparser/engine/recording.h"
 
+#include <signal.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <atomic>
@@ -8,6 +11,7 @@
 #include <filesystem>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/json.h"
 #include "dataparser/util/text.h"
 
 namespace dataparser::recording {
@@ -90,7 +94,7 @@ std::string materializeTemplates(const std::string& root, const std::string& tem
     if (!it->is_regular_file(error)) continue;
     std::optional<std::string> text = readFile(it->path().string());
     if (!text) continue;
-    *text = stringByReplacingOccurrences(*text, kRootToken, root);
+    *text = stringByReplacingOccurrences(*text, kRootToken, json::escapedText(root));
     fs::path target = copy / fs::relative(it->path(), templates, error);
     if (!createDirectories(target.parent_path().string()) ||
         !writeFileAtomically(target.string(), *text)) {
@@ -107,12 +111,35 @@ void removeTemplates(const std::string& copy) {
   fs::remove_all(copy, ignored);
 }
 
+void sweepStaleTemplates(const std::string& tempFolder) {
+  if (tempFolder.empty()) return;
+  constexpr std::string_view kPrefix = "replay-";
+  std::error_code error;
+  std::vector<fs::path> stale;
+  for (const fs::directory_entry& entry : fs::directory_iterator(tempFolder, error)) {
+    const std::string name = entry.path().filename().string();
+    if (!name.starts_with(kPrefix)) continue;
+    std::string_view rest = std::string_view(name).substr(kPrefix.size());
+    pid_t pid = 0;
+    auto [end, failed] = std::from_chars(rest.data(), rest.data() + rest.size(), pid);
+    if (failed != std::errc() || end == rest.data() || pid <= 0 || pid == ::getpid()) continue;
+    // No such process: nobody will remove this copy any more.
+    if (::kill(pid, 0) != 0 && errno == ESRCH) stale.push_back(entry.path());
+  }
+  for (const fs::path& copy : stale) {
+    fs::remove_all(copy, error);
+  }
+}
+
 std::optional<std::string> blockText(const Block& block, const std::string& root,
                                      const std::string& templates) {
   std::optional<std::string> text = readFile(block.file);
   if (!text) return std::nullopt;
-  if (!templates.empty()) *text = stringByReplacingOccurrences(*text, kTemplatesToken, templates);
-  *text = stringByReplacingOccurrences(*text, kRootToken, root);
+  // The paths go into JSON strings, so they are escaped like any other text there.
+  if (!templates.empty()) {
+    *text = stringByReplacingOccurrences(*text, kTemplatesToken, json::escapedText(templates));
+  }
+  *text = stringByReplacingOccurrences(*text, kRootToken, json::escapedText(root));
   return text;
 }
 

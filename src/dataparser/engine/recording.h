@@ -48,6 +48,9 @@ std::string materializeTemplates(const std::string& root, const std::string& tem
                                  std::uint64_t generation);
 // Removes a copy made by materializeTemplates ("" does nothing).
 void removeTemplates(const std::string& copy);
+// Removes the copies below `tempFolder` left by processes that no longer run (killed before
+// their replay ended); copies of running processes, this one included, stay.
+void sweepStaleTemplates(const std::string& tempFolder);
 
 // The text a block sends: its file with the tokens filled in; nothing when it cannot be read.
 std::optional<std::string> blockText(const Block& block, const std::string& root,

@@ -64,6 +64,7 @@ bool ReplayEngine::waitUntilIdle(std::chrono::milliseconds timeout) const {
 void ReplayEngine::InitPackageData(const std::string& logFolder, const std::string& configFolder,
                                    const std::string& tempFolder) {
   record("InitPackageData", {logFolder, configFolder, tempFolder});
+  recording::sweepStaleTemplates(tempFolder);
   {
     std::lock_guard lock(mutex_);
     tempFolder_ = tempFolder;

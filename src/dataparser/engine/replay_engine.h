@@ -13,7 +13,8 @@
 // paths) go below the recording's "templates" folder. Before the first block, the engine writes
 // a copy of that folder with every "{{ROOT}}" replaced, into a fresh folder below the temporary
 // folder given to InitPackageData, and every "{{TEMPLATES}}" in a block becomes that copy's path.
-// The copy is removed when the replay ends. Recordings without a "templates" folder cost
+// The copy is removed when the replay ends (also after a stop); copies that killed processes left
+// behind are swept by the next InitPackageData. Recordings without a "templates" folder cost
 // nothing extra.
 //
 // Which recording: the folder named by AddBackupFolder or AddTypeBackupFolder (the last one

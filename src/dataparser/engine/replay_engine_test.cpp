@@ -5,8 +5,10 @@
 
 #include <mutex>
 
+#include "dataparser/engine/recording.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
+#include "dataparser/util/text.h"
 #include "tests/scan_support.h"
 
 namespace dataparser {
@@ -188,6 +190,43 @@ TEST(ReplayEngineTemplatesTest, TemplatesAreFilledInForTheReplayAndRemovedAfterI
   EXPECT_FALSE(fileExists(seen[1]));  // removed at the end of the replay
   // The recording itself is never written to.
   EXPECT_EQ(readFile(root + "/templates/sms/chats.json"), R"({"path": "{{ROOT}}/files/a.jpg"})");
+}
+
+}  // namespace
+}  // namespace dataparser
+
+namespace dataparser {
+namespace {
+
+// Folder names that JSON cannot hold as they are still give blocks that decode, and the paths
+// in them are the folders' own (bytes outside UTF-8 read as U+FFFD).
+TEST(RecordingTokensTest, PathsAreEscapedWhereTheyEnterJson) {
+  const std::string names[] = {"plain", "with \"quote\"", "back\\slash", "tab\there",
+                               std::string("bad\xff"
+                                           "byte")};
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    testing::TempDir dir;
+    const std::string root = dir.str() + "/" + name;
+    testing::TempDir temp;
+    const std::string file =
+        dir.write(name + "/stream/000001-56.json",
+                  R"({"root": "{{ROOT}}/f", "templates": "{{TEMPLATES}}/t.json"})");
+    dir.write(name + "/templates/t.json", R"({"path": "{{ROOT}}/g"})");
+
+    const std::string copy = recording::materializeTemplates(root, temp.str(), 1);
+    ASSERT_FALSE(copy.empty());
+    std::optional<std::string> text =
+        recording::blockText(recording::Block{"000001-56.json", file, 56, false}, root, copy);
+    ASSERT_TRUE(text.has_value());
+    json::Value value = json::parse(*text);
+    ASSERT_TRUE(value.isObject()) << *text;
+    EXPECT_EQ(value["root"].stringCopy(), repairedUtf8(root) + "/f");
+    EXPECT_EQ(value["templates"].stringCopy(), repairedUtf8(copy) + "/t.json");
+    json::Value filled = json::parseFile(copy + "/t.json");
+    EXPECT_EQ(filled["path"].stringCopy(), repairedUtf8(root) + "/g");
+    recording::removeTemplates(copy);
+  }
 }
 
 }  // namespace

@@ -3,6 +3,23 @@
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
+namespace {
+
+thread_local const std::atomic<bool>* tCurrentStop = nullptr;
+
+}  // namespace
+
+const std::atomic<bool>* IOSBaseParser::currentStopFlag() {
+  return tCurrentStop;
+}
+
+ParseStopScope::ParseStopScope(const std::atomic<bool>& flag) : previous_(tCurrentStop) {
+  tCurrentStop = &flag;
+}
+
+ParseStopScope::~ParseStopScope() {
+  tCurrentStop = previous_;
+}
 
 void IOSBaseParser::initWithJSONData(JSONData data) {
   if (!data) return;

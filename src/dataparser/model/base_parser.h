@@ -3,7 +3,9 @@
 // A parser is made from one piece of JSON text with two switches (`parseDeleted`,
 // `deviceBackup`), or is long-lived and fed further pieces through `addJSONData`. It exposes its
 // results in fixed lists: `items`, `attachments`, `callHistorys`, `photoVideos`. An empty list
-// stands for "none". `stopParser` asks a running parse to stop between records.
+// stands for "none". `stopParser` asks a running parse to stop between records. A parser made
+// while a ParseStopScope lives on its thread also stops when the scope's flag is raised, so a stop
+// reaches a parser that its factory is still building.
 //
 // Factories: a subclass's three-argument `parserWithJSONData` calls
 // `makeWithJSONData<Subclass>(...)` first and then builds its items from `rawData`. The
@@ -69,7 +71,10 @@ class IOSBaseParser {
   static json::Value JSONWithData(JSONData data);
 
   void stopParser() { isStopParser_.store(true, std::memory_order_relaxed); }
-  bool isStopParser() const { return isStopParser_.load(std::memory_order_relaxed); }
+  bool isStopParser() const {
+    return isStopParser_.load(std::memory_order_relaxed) ||
+           (sharedStop_ != nullptr && sharedStop_->load(std::memory_order_relaxed));
+  }
 
   const json::Value& rawData() const { return rawData_; }
   void setRawData(json::Value rawData) { rawData_ = std::move(rawData); }
@@ -104,6 +109,24 @@ class IOSBaseParser {
   bool parseDeleted_ = true;
   bool deviceBackup_ = false;
   std::atomic<bool> isStopParser_ = false;
+  // The stop flag of the scope this parser was made in; it outlives the parser.
+  const std::atomic<bool>* sharedStop_ = currentStopFlag();
+
+  friend class ParseStopScope;
+  static const std::atomic<bool>* currentStopFlag();
+};
+
+// While alive, parsers made on this thread also stop once `flag` is raised. Scopes nest; the
+// flag must outlive every parser made inside.
+class ParseStopScope {
+ public:
+  explicit ParseStopScope(const std::atomic<bool>& flag);
+  ~ParseStopScope();
+  ParseStopScope(const ParseStopScope&) = delete;
+  ParseStopScope& operator=(const ParseStopScope&) = delete;
+
+ private:
+  const std::atomic<bool>* previous_;
 };
 
 using ParserPtr = std::shared_ptr<IOSBaseParser>;

@@ -98,6 +98,47 @@ TEST(MessageFilesTest, LastFileWithMessagesWinsAndBadFilesAreSkipped) {
   EXPECT_EQ(textsOf(other->contents()), (std::vector<std::string>{"a2", "a1"}));
 }
 
+TEST(MessageFilesTest, BadTextInOneMessageCostsOnlyThatText) {
+  struct Case {
+    const char* name;
+    std::string text;  // the second message's text as it stands in the file
+    std::string read;  // what that message reads afterwards
+    bool mended = true;
+  };
+  const Case cases[] = {
+      {"stray byte",
+       "a\xff"
+       "b",
+       "a\xef\xbf\xbd"
+       "b"},
+      {"truncated sequence", "x\xc3", "x\xef\xbf\xbd"},
+      {"lone high surrogate", "\\ud800!", "\xef\xbf\xbd!"},
+      {"lone low surrogate", "\\udc00", "\xef\xbf\xbd"},
+      {"high surrogate before a plain escape", "\\ud800\\u0041",
+       "\xef\xbf\xbd"
+       "A"},
+      {"a pair stays", "\\ud83d\\ude00", "\xf0\x9f\x98\x80", false},
+      {"an escaped backslash is no escape", "\\\\ud800", "\\ud800", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir;
+    LogCapture logs;
+    const std::string file =
+        dir.write("chat.json", R"({"messages":[{"text":"first","date":1},{"text":")" + c.text +
+                                   R"(","date":2},{"text":"last","date":3}]})");
+    json::Value list = json::parse(fileListJson({file}));
+    auto session = newSession();
+    readMessageFiles(*session, list.view(), chatRules());
+    EXPECT_EQ(textsOf(session->contents()), (std::vector<std::string>{"first", c.read, "last"}));
+    // The file is named once when it had to be mended.
+    EXPECT_EQ(logs.run().lines().size(), c.mended ? 1u : 0u);
+    if (c.mended && !logs.run().lines().empty()) {
+      EXPECT_TRUE(logs.run().lines().front().ends_with(file));
+    }
+  }
+}
+
 TEST(MessageFilesTest, FilesWithoutMessagesLeaveContentsAlone) {
   TempDir dir;
   LogCapture logs;

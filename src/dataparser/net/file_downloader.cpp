@@ -409,15 +409,21 @@ void FileDownloader::didCompleteWithError(const std::shared_ptr<DownloadTask>& t
       RunLog::write("FileDownloader ERROR: {}", fileError(errno, "cannot remove", cache).message);
     }
   } else {
+    // The destination itself when it is free, else "{name}_{time}.{ext}"; when that is taken
+    // too (a second download in the same second), "{name}_{time}_{n}.{ext}" for the first free n.
     std::string destination = localPath_;
-    if (fileExists(destination)) {
-      std::string extension = path::pathExtension(localPath_);
-      destination = fmt::format("{}_{}", path::deletingPathExtension(localPath_),
-                                convertDate(std::chrono::time_point_cast<std::chrono::microseconds>(
-                                    std::chrono::system_clock::now())));
+    int code = fileExists(destination) ? EEXIST : moveItemWithoutReplacing(cache, destination);
+    const std::string extension = path::pathExtension(localPath_);
+    const std::string stamped =
+        fmt::format("{}_{}", path::deletingPathExtension(localPath_),
+                    convertDate(std::chrono::time_point_cast<std::chrono::microseconds>(
+                        std::chrono::system_clock::now())));
+    for (int n = 0; code == EEXIST && n < 1000; ++n) {
+      destination = n == 0 ? stamped : fmt::format("{}_{}", stamped, n);
       if (!extension.empty()) destination = fmt::format("{}.{}", destination, extension);
+      code = moveItemWithoutReplacing(cache, destination);
     }
-    if (int code = moveItemWithoutReplacing(cache, destination); code != 0) {
+    if (code != 0) {
       result = fileError(code, "cannot move the download to", destination);
     } else {
       destinationPath_ = destination;

@@ -269,6 +269,27 @@ TEST_F(FileDownloaderTest, ExistingDestinationIsNeverOverwritten) {
   }
 }
 
+TEST_F(FileDownloaderTest, ASecondClashInTheSameSecondTakesTheNextFreeName) {
+  std::string content = makeContent(100);
+  server.addFile("c.txt", content);
+  std::string existing = dir.write("c.txt", "precious");
+  // Every stamped name of the next few seconds is taken already.
+  Date start = now();
+  std::vector<std::string> taken;
+  for (int s = 0; s < 5; ++s) {
+    taken.push_back(dir.write(
+        "c_" + FileDownloader::convertDate(start + std::chrono::seconds(s)) + ".txt", "older"));
+  }
+  Attempt run = download(server.url("/files/c.txt"), existing);
+  EXPECT_FALSE(run.outcome->error) << run.outcome->error->message;
+  std::string used = run.downloader->destinationPath();
+  EXPECT_TRUE(used.ends_with("_1.txt")) << used;
+  EXPECT_EQ(readAll(used), content);
+  EXPECT_EQ(readAll(existing), "precious");
+  for (const std::string& file : taken)
+    EXPECT_EQ(readAll(file), "older");
+}
+
 TEST(FileDownloaderDateTest, ConvertDateUsesTheLocalTimeZone) {
   Date date = *dateWithSecondsSince1970(1706738399.75);  // 2024-01-31 21:59:59.75 UTC
   for (auto [zone, text] : {std::pair{"UTC0", "20240131215959"}, {"<+02>-2", "20240131235959"}}) {

@@ -192,13 +192,42 @@ std::optional<std::string> firstExistingFile(std::initializer_list<std::string_v
   return std::nullopt;
 }
 
+int openRegularFile(const std::string& path, std::uint64_t* size) {
+  if (path.empty() || path.find('\0') != std::string::npos) return -1;
+  // Non-blocking, so that opening a pipe without a writer returns at once; the test below then
+  // refuses it.
+  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (fd < 0) return -1;
+  struct stat status {};
+  if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    ::close(fd);
+    return -1;
+  }
+  int flags = ::fcntl(fd, F_GETFL);
+  if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  if (size != nullptr) *size = static_cast<std::uint64_t>(status.st_size);
+  return fd;
+}
+
 std::optional<std::string> readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream out;
-  out << in.rdbuf();
-  if (in.bad()) return std::nullopt;
-  return std::move(out).str();
+  std::uint64_t size = 0;
+  int fd = openRegularFile(path, &size);
+  if (fd < 0) return std::nullopt;
+  std::string bytes;
+  bytes.reserve(static_cast<std::size_t>(size));
+  char buffer[1 << 16];
+  for (;;) {
+    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      ::close(fd);
+      return std::nullopt;
+    }
+    if (n == 0) break;
+    bytes.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  return bytes;
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view data) {

@@ -68,7 +68,11 @@ bool createDirectories(const std::string& path, std::string* error = nullptr);
 // skipped.
 std::optional<std::string> firstExistingFile(const std::vector<std::string>& candidates);
 std::optional<std::string> firstExistingFile(std::initializer_list<std::string_view> candidates);
-// Reads a whole file; nothing when it cannot be read.
+// Opens `path` for reading only when it is a regular file (links followed): a pipe, a device
+// or a folder is refused without blocking. The descriptor (close-on-exec, blocking reads) or -1;
+// `size` gets the file's length. The caller closes the descriptor.
+int openRegularFile(const std::string& path, std::uint64_t* size = nullptr);
+// Reads a whole regular file; nothing when it cannot be read or is not a regular file.
 std::optional<std::string> readFile(const std::string& path);
 // Writes `data` to `path` atomically, replacing an existing file: the bytes go to a temporary
 // file in the same folder, which is then renamed over `path`. Readers see the old file or the

@@ -2,7 +2,12 @@
 
 #include <vips/vips8>
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <stdexcept>
+
+#include "dataparser/util/file_helper.h"
 
 namespace dataparser {
 namespace {
@@ -11,6 +16,8 @@ using vips::VImage;
 using vips::VSource;
 
 constexpr std::int64_t kMaxDecodedPixels = 100'000'000;
+// No phone picture comes near this; anything bigger is not read at all.
+constexpr std::uint64_t kMaxFileBytes = 512ull << 20;
 constexpr int kUnboundedWidth = 10'000'000;  // thumbnails are bounded by their height only
 
 void dropMessage(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
@@ -56,10 +63,21 @@ std::optional<std::string> pngBytes(const VImage& image) {
 }
 
 // A source over the file or the bytes. Paths are opened as they are: no option syntax
-// ("name.jpg[page=1]") is read from them.
+// ("name.jpg[page=1]") is read from them. Only a regular file within the size limit is opened
+// (a pipe would block, a device never end); anything else throws, which reads as "no picture".
 VSource sourceOf(const std::string& path, const std::string& data) {
-  return path.empty() ? VSource::new_from_memory(data.data(), data.size())
-                      : VSource::new_from_file(path.c_str());
+  if (path.empty()) return VSource::new_from_memory(data.data(), data.size());
+  std::uint64_t size = 0;
+  int fd = openRegularFile(path, &size);
+  if (fd < 0) throw std::runtime_error("not a regular file");
+  if (size == 0 || size > kMaxFileBytes) {
+    ::close(fd);
+    throw std::runtime_error("picture too large");
+  }
+  // The source keeps a duplicate of the descriptor.
+  VSource source = VSource::new_from_descriptor(fd);
+  ::close(fd);
+  return source;
 }
 
 VImage load(const VSource& source) {

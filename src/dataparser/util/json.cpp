@@ -1,5 +1,6 @@
 #include "dataparser/util/json.h"
 
+#include <fmt/format.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -19,6 +20,13 @@
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "dataparser/util/file_helper.h"
+#include "dataparser/util/run_log.h"
+#include "dataparser/util/text.h"
 
 namespace dataparser::json {
 
@@ -112,19 +120,23 @@ Value parseBytes(const char* data, std::size_t length, bool padded, std::string*
 class FileText {
  public:
   simdjson::error_code load(const std::string& path) {
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
-                                                         &std::fclose);
-    if (!file) return simdjson::IO_ERROR;
-    // A folder opens on some systems and reports a nonsense size.
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(path, ignored)) return simdjson::IO_ERROR;
-    if (std::fseek(file.get(), 0, SEEK_END) != 0) return simdjson::IO_ERROR;
-    long end = std::ftell(file.get());
-    if (end < 0) return simdjson::IO_ERROR;
-    std::rewind(file.get());
-    auto length = static_cast<std::size_t>(end);
+    // Only a regular file is opened: a pipe would block and a device never end.
+    std::uint64_t size = 0;
+    int fd = openRegularFile(path, &size);
+    if (fd < 0) return simdjson::IO_ERROR;
+    struct Closer {
+      int fd;
+      ~Closer() { ::close(fd); }
+    } closer{fd};
+    auto length = static_cast<std::size_t>(size);
     if (!reserve(length)) return simdjson::MEMALLOC;
-    if (std::fread(data_, 1, length, file.get()) != length) return simdjson::IO_ERROR;
+    std::size_t done = 0;
+    while (done < length) {
+      ssize_t n = ::read(fd, data_ + done, length - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return simdjson::IO_ERROR;
+      done += static_cast<std::size_t>(n);
+    }
     std::memset(data_ + length, 0, simdjson::SIMDJSON_PADDING);
     length_ = length;
     return simdjson::SUCCESS;
@@ -505,13 +517,121 @@ Value parse(std::string&& text, std::string* error) {
   return parseBytes(text.data(), length, /*padded=*/true, error);
 }
 
+namespace {
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The code unit of a "\uXXXX" escape starting at `at` (at the backslash), or -1.
+int escapedUnit(std::string_view text, std::size_t at) {
+  if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return -1;
+  int unit = 0;
+  for (std::size_t i = at + 2; i < at + 6; ++i) {
+    int digit = hexDigit(text[i]);
+    if (digit < 0) return -1;
+    unit = unit * 16 + digit;
+  }
+  return unit;
+}
+
+}  // namespace
+
+std::string escapedText(std::string_view text) {
+  const std::string valid = repairedUtf8(text);
+  std::string out;
+  out.reserve(valid.size());
+  for (char c : valid) {
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default:
+        if (static_cast<unsigned char>(c) < 0x20) {
+          constexpr char kHex[] = "0123456789abcdef";
+          out += "\\u00";
+          out += kHex[(c >> 4) & 0xF];
+          out += kHex[c & 0xF];
+        } else {
+          out += c;
+        }
+    }
+  }
+  return out;
+}
+
+std::string mendedText(std::string_view text) {
+  std::string mended = repairedUtf8(text);
+  // Surrogate escapes that do not form a pair become "\ufffd".
+  std::string out;
+  out.reserve(mended.size());
+  for (std::size_t i = 0; i < mended.size(); ++i) {
+    if (mended[i] != '\\' || i + 1 >= mended.size()) {
+      out += mended[i];
+      continue;
+    }
+    int unit = escapedUnit(mended, i);
+    if (unit < 0xD800 || unit > 0xDFFF) {
+      out.append(mended, i, 2);  // any other escape, kept as it is
+      ++i;
+      continue;
+    }
+    int next = escapedUnit(mended, i + 6);
+    if (unit <= 0xDBFF && next >= 0xDC00 && next <= 0xDFFF) {
+      out.append(mended, i, 12);
+      i += 11;
+    } else {
+      out += "\\ufffd";
+      i += 5;
+    }
+  }
+  return out;
+}
+
 Value parseFile(const std::string& path, std::string* error) {
+  // Every error names its file, so that a log line says which one of many failed.
+  auto named = [&path, error](std::string message) {
+    if (error) *error = fmt::format("{} ({})", message, path);
+  };
   FileText text;
   if (simdjson::error_code code = text.load(path); code != simdjson::SUCCESS) {
-    if (error) *error = simdjson::error_message(code);
+    named(simdjson::error_message(code));
     return {};
   }
-  return parseBytes(text.data(), text.length(), /*padded=*/true, error);
+  std::string firstError;
+  Value value = parseBytes(text.data(), text.length(), /*padded=*/true, &firstError);
+  if (value.present()) return value;
+  // Bad bytes or a lone surrogate in one text must not cost the whole file: mend them and try
+  // once more.
+  std::string_view bytes(text.data(), text.length());
+  std::string mended = mendedText(bytes);
+  if (mended != bytes) {
+    std::string mendedError;
+    value = parse(std::move(mended), &mendedError);
+    if (value.present()) {
+      RunLog::write(">>> invalid text mended in {}", path);
+      return value;
+    }
+    named(std::move(mendedError));
+    return {};
+  }
+  named(std::move(firstError));
+  return {};
 }
 
 std::size_t paddingBytes() {

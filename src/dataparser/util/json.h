@@ -246,8 +246,16 @@ Value parse(std::string&& text, std::string* error = nullptr);
 inline Value parse(const char* text, std::string* error = nullptr) {
   return parse(std::string_view(text), error);
 }
-// Reads and parses a file. A missing or unreadable file is an error like malformed JSON.
+// Reads and parses a regular file. A missing or unreadable file is an error like malformed
+// JSON. A file that fails only for invalid UTF-8 bytes or surrogate escapes without their pair is
+// mended (mendedText) and parsed again; the run log then names the file once.
 Value parseFile(const std::string& path, std::string* error = nullptr);
+// The text as it stands between the quotes of a JSON string: quote, backslash and control
+// characters escaped; bytes outside valid UTF-8 become U+FFFD.
+std::string escapedText(std::string_view text);
+// The text with bytes outside valid UTF-8 and unpaired "\uD800".."\uDFFF" escapes replaced by
+// U+FFFD; valid text comes back unchanged.
+std::string mendedText(std::string_view text);
 
 // The number of bytes the parser needs after the text (simdjson's padding). Callers that build
 // large texts can reserve this much extra capacity so that `parse(std::string&&)` copies nothing.

@@ -1,6 +1,6 @@
 #include "dataparser/util/run_log.h"
 
-#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
@@ -110,8 +110,12 @@ std::shared_ptr<LogSink> makeNullLogSink() {
 }
 
 std::shared_ptr<LogSink> makeFileLogSink(const std::string& path) {
+  // A long-lived host writes for months: the file rotates at 10 MB, three old ones are kept
+  // (run.1.log ... run.3.log).
+  constexpr std::size_t kMaxBytes = 10 * 1024 * 1024;
+  constexpr std::size_t kOldFiles = 3;
   try {
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path, /*truncate=*/false);
+    auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, kMaxBytes, kOldFiles);
     auto logger = std::make_shared<spdlog::logger>("dataparser", std::move(sink));
     logger->set_pattern("[%Y-%m-%d %H:%M:%S.%e] %v");
     return std::make_shared<FileLogSink>(std::move(logger));

@@ -45,6 +45,16 @@ TEST(RunLogTest, FileSinkAppendsTimestampedLinesAndCreatesItsFolder) {
   content << in.rdbuf();
   EXPECT_NE(content.str().find("] first\n"), std::string::npos);
   EXPECT_NE(content.str().find("] second\n"), std::string::npos);
+  // The file rotates instead of growing without end.
+  {
+    auto sink = makeFileLogSink(file);
+    const std::string line(10000, 'x');
+    for (int i = 0; i < 2200; ++i)
+      sink->write(line);
+  }
+  EXPECT_TRUE(std::filesystem::exists(dir.str() + "/Logs/run.1.log"));
+  EXPECT_TRUE(std::filesystem::exists(dir.str() + "/Logs/run.2.log"));
+  EXPECT_LE(std::filesystem::file_size(file), 10u * 1024 * 1024);
   // A file that cannot be opened gives a sink that drops lines instead of failing.
   auto broken = makeFileLogSink("/proc/forbidden/run.log");
   broken->write("dropped");

@@ -6,13 +6,13 @@
 #include <unordered_map>
 #include <vector>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/payload.h"
+#include "dataparser/net/url_data.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
-#include "dataparser/net/url_data.h"
 
 namespace dataparser {
 
