@@ -63,11 +63,6 @@ bool exists(std::string_view path) {
   return !path.empty() && fileExists(std::string(path));
 }
 
-bool isRegularFile(const std::string& path) {
-  std::error_code error;
-  return !path.empty() && std::filesystem::is_regular_file(path, error);
-}
-
 // A file's place on this computer and on the phone.
 struct FilePlace {
   std::string_view local;
