@@ -2,4 +2,6 @@
 # scripts/bench.sh sms: the SMS scan at scale, 1,000,000 messages in 10,000 conversations (see
 # bench/scan_case.sh for what is measured). Its last line:
 #   sms: messages=N seconds=S floor_seconds=F ratio=R input_bytes=I peak_rss_bytes=M rss_ratio=Q
-exec "$(dirname "$0")/scan_case.sh" sms "${SMS_MESSAGES:-1000000}" "${SMS_CONVERSATIONS:-10000}"
+MESSAGES=${SMS_MESSAGES:-1000000}
+exec "$(dirname "$0")/scan_case.sh" sms "$MESSAGES" -- --messages "$MESSAGES" \
+  --conversations "${SMS_CONVERSATIONS:-10000}"

@@ -2,5 +2,6 @@
 # scripts/bench.sh wechat: the WeChat scan at scale, 1,000,000 messages in 5,000 conversations
 # of two accounts (see bench/scan_case.sh for what is measured). Its last line:
 #   wechat: messages=N seconds=S floor_seconds=F ratio=R input_bytes=I peak_rss_bytes=M rss_ratio=Q
-exec "$(dirname "$0")/scan_case.sh" wechat "${WECHAT_MESSAGES:-1000000}" \
-  "${WECHAT_CONVERSATIONS:-5000}"
+MESSAGES=${WECHAT_MESSAGES:-1000000}
+exec "$(dirname "$0")/scan_case.sh" wechat "$MESSAGES" -- --messages "$MESSAGES" \
+  --conversations "${WECHAT_CONVERSATIONS:-5000}"

@@ -1,46 +1,76 @@
 #!/usr/bin/env bash
-# A chat scan at scale, shared by the scan benchmarks: bench/scan_case.sh KIND MESSAGES
-# CONVERSATIONS generates a recording of KIND once (outside the repository), then measures in one
-# run (a) the floor, simdjson alone over every JSON byte of the recording, and (b) the whole scan
-# through IOSDataParser and the replay engine, each in its own process, and prints
+# One scan at scale, shared by the scan benchmarks (bench/run_*.sh):
+#   bench/scan_case.sh KIND SIZE [--backup] [--stat FIELD] [--unit NAME] [--records] -- GENERATOR_ARGS...
+# generates a recording of KIND (generate_recording KIND GENERATOR_ARGS) once, outside the
+# repository, then measures in one run (a) the floor and (b) the whole scan through
+# IOSDataParser and its engine, each in its own process, and prints as its last line
 #   KIND: messages=N seconds=S floor_seconds=F ratio=R input_bytes=I peak_rss_bytes=M rss_ratio=Q
+# The floor is simdjson alone over every JSON byte of the recording, plus one stat per file named
+# under FIELD with --stat. With --backup the recording is a device backup: the floor is one SQLite
+# pass over its joined message rows and the input is every byte of the backup.
+# --unit NAME reports the scan's items as NAME=N instead of its messages; --records puts
+# records=SIZE before them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 KIND=$1
-MESSAGES=$2
-CONVERSATIONS=$3
+SIZE=$2
+shift 2
+FLOOR=json_floor
+FLOOR_ARGS=()
+UNIT=messages
+LEAD=""
+while [ "$#" -gt 0 ]; do
+  case $1 in
+    --backup) FLOOR=backup_floor ;;
+    --stat) FLOOR_ARGS=(--stat "$2"); shift ;;
+    --unit) UNIT=$2; shift ;;
+    --records) LEAD="records=$SIZE " ;;
+    --) shift; break ;;
+    *) echo "scan_case.sh: unknown option $1" >&2; exit 2 ;;
+  esac
+  shift
+done
 DIR=${DATAPARSER_BENCH_DIR:-${TMPDIR:-/tmp}/dataparser-bench}
-RECORDING="$DIR/$KIND-$MESSAGES"
+RECORDING="$DIR/$KIND-$SIZE"
 
 cmake --preset release >/dev/null
-cmake --build --preset release --target generate_recording json_floor scan_bench >/dev/null
+cmake --build --preset release --target generate_recording "$FLOOR" scan_bench >/dev/null
 BIN=build/release/bench
 
 if [ ! -f "$RECORDING/.complete" ]; then
   rm -rf "$RECORDING"
   mkdir -p "$DIR"
-  "$BIN/generate_recording" "$KIND" --messages "$MESSAGES" --conversations "$CONVERSATIONS" \
-    --seed 1 --out "$RECORDING"
+  "$BIN/generate_recording" "$KIND" "$@" --seed 1 --out "$RECORDING"
   touch "$RECORDING/.complete"
 fi
 
-# Warm the page cache so that both sides read from memory.
-cat $(find "$RECORDING" -name '*.json') >/dev/null
+# Warm the page cache (and the metadata of the files the floor stats) so that both sides read
+# from memory.
+if [ "$FLOOR" = backup_floor ]; then
+  cat $(find "$RECORDING" -type f) >/dev/null
+else
+  cat $(find "$RECORDING" -name '*.json') >/dev/null
+  if [ "${#FLOOR_ARGS[@]}" -gt 0 ]; then find "$RECORDING/files" -type f >/dev/null; fi
+fi
 
-floor_line=$("$BIN/json_floor" "$RECORDING")
+floor_line=$("$BIN/$FLOOR" "$RECORDING" "${FLOOR_ARGS[@]}")
 scan_line=$("$BIN/scan_bench" "$RECORDING")
 echo "$floor_line"
 echo "$scan_line"
 
 field() { sed -E "s/.*[ :]$2=([^ ]+).*/\1/" <<<"$1"; }
-input_bytes=$(field "$floor_line" bytes)
+if [ "$FLOOR" = backup_floor ]; then
+  input_bytes=$(du -sb "$RECORDING" | cut -f1)
+else
+  input_bytes=$(field "$floor_line" bytes)
+fi
 floor_seconds=$(field "$floor_line" seconds)
 seconds=$(field "$scan_line" seconds)
-messages=$(field "$scan_line" messages)
+count=$(field "$scan_line" "$([ "$UNIT" = messages ] && echo messages || echo items)")
 peak=$(field "$scan_line" peak_rss_bytes)
 ratio=$(awk -v a="$seconds" -v b="$floor_seconds" 'BEGIN { printf "%.2f", a / b }')
 rss_ratio=$(awk -v a="$peak" -v b="$input_bytes" 'BEGIN { printf "%.2f", a / b }')
-per_second=$(awk -v m="$messages" -v s="$seconds" 'BEGIN { printf "%.0f", m / s }')
-echo "messages per second: $per_second"
-echo "$KIND: messages=$messages seconds=$seconds floor_seconds=$floor_seconds ratio=$ratio" \
+per_second=$(awk -v m="$count" -v s="$seconds" 'BEGIN { printf "%.0f", m / s }')
+echo "$UNIT per second: $per_second"
+echo "$KIND: $LEAD$UNIT=$count seconds=$seconds floor_seconds=$floor_seconds ratio=$ratio" \
   "input_bytes=$input_bytes peak_rss_bytes=$peak rss_ratio=$rss_ratio"

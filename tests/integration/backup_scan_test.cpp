@@ -2,54 +2,32 @@
 // to the CLI's observer and out as the JSON export.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <string>
 
 #include "dataparser/util/file_helper.h"
-#include "dataparser/util/json.h"
 #include "tests/backup_fixture.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
+#include "tests/integration/cli_scan.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::TempDir;
-
-std::string contents(std::FILE* file) {
-  std::rewind(file);
-  std::string text;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, file)) > 0;)
-    text.append(buffer, n);
-  std::fclose(file);
-  return text;
-}
+using dataparser::testing::TempDir;
+using testing::scan;
+using testing::ScanRun;
 
 TEST(BackupScanIntegrationTest, SyntheticBackupEndToEnd) {
   TempDir dir;
   const std::string backup = dir.str() + "/backup";
-  testing::writeSampleBackup(
-      backup,
-      readFile(testing::fixturePath("../../samples/sms-demo/files/Attachments/ab/01/IMG_0001.JPG"))
-          .value_or(""));
+  dataparser::testing::writeSampleBackup(
+      backup, readFile(dataparser::testing::fixturePath(
+                           "../../samples/sms-demo/files/Attachments/ab/01/IMG_0001.JPG"))
+                  .value_or(""));
 
   for (bool deleted : {false, true}) {
     SCOPED_TRACE(deleted ? "with deleted" : "without deleted");
-    ScanOptions options;
-    options.folder = backup;
-    options.deleted = deleted;
-    options.jsonPath = dir.str() + "/export.json";
-    options.timeoutSeconds = 60;
-    std::FILE* out = std::tmpfile();
-    std::FILE* err = std::tmpfile();
-    const int status = runScan(options, out, err);
-    const std::string errors = contents(err);
-    contents(out);
-    ASSERT_EQ(status, 0) << errors;
-    json::Value exported = json::parseFile(options.jsonPath);
+    ScanRun run = scan(backup, deleted, dir);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json::Value& exported = run.exported;
     EXPECT_EQ(exported["status"].integer(), 1);
     ASSERT_GE(exported["progress"].size(), 1u);
 

@@ -2,67 +2,37 @@
 // the replay engine, the callback, the coordinator and the parsers to the CLI's JSON export.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "dataparser/util/json.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
+#include "tests/integration/cli_scan.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::TempDir;
-
-std::string sampleFolder() {
-  return (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples/calendar-notes-demo").lexically_normal();
-}
-
-json::Value scanSample(bool deleted, const TempDir& dir, int* status) {
-  ScanOptions options;
-  options.folder = sampleFolder();
-  options.deleted = deleted;
-  options.jsonPath = dir.str() + (deleted ? "/all.json" : "/export.json");
-  options.timeoutSeconds = 60;
-  std::FILE* out = std::tmpfile();
-  std::FILE* err = std::tmpfile();
-  *status = runScan(options, out, err);
-  std::fclose(out);
-  std::fclose(err);
-  return json::parseFile(options.jsonPath);
-}
-
-std::vector<std::string> texts(json::View list, std::string_view key) {
-  std::vector<std::string> values;
-  for (json::View item : list.elements())
-    values.emplace_back(item[key].string());
-  return values;
-}
+using dataparser::testing::TempDir;
+using testing::reportsOf;
+using testing::sampleFolder;
+using testing::scan;
+using testing::ScanRun;
+using testing::texts;
 
 TEST(PersonalScanTest, SampleRecordingEndToEnd) {
   TempDir dir;
-  int status = -1;
-  json::Value out = scanSample(false, dir, &status);
-  ASSERT_EQ(status, 0);
+  ScanRun run = scan(sampleFolder("calendar-notes-demo"), /*deleted=*/false, dir);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json::Value& out = run.exported;
   ASSERT_TRUE(out.isObject());
   EXPECT_EQ(out["status"].integer(), 1);
 
-  std::vector<std::string> reports;
-  for (json::View report : out["reports"].elements()) {
-    reports.push_back(std::to_string(report["type"].integer()) + ":" +
-                      std::to_string(report["count"].integer()));
-  }
-  EXPECT_EQ(reports, (std::vector<std::string>{
-                         "32768:3", "4294967296:1",  // calendar
-                         "65536:3", "8589934592:1",  // reminders, first piece
-                         "65536:3", "8589934592:1",  // a piece that is not a list
-                         "65536:4", "8589934592:1",  // one more reminder
-                         "131072:4", "262144:4",     // notes
-                         "131072:6", "262144:5",     // with other accounts
-                     }));
+  EXPECT_EQ(reportsOf(out), (std::vector<std::string>{
+                                "32768:3", "4294967296:1",  // calendar
+                                "65536:3", "8589934592:1",  // reminders, first piece
+                                "65536:3", "8589934592:1",  // a piece that is not a list
+                                "65536:4", "8589934592:1",  // one more reminder
+                                "131072:4", "262144:4",     // notes
+                                "131072:6", "262144:5",     // with other accounts
+                            }));
 
   json::View events = out["lists"]["32768"];
   EXPECT_EQ(texts(events, "title"),
@@ -119,11 +89,11 @@ TEST(PersonalScanTest, SampleRecordingEndToEnd) {
                                       "sunset.gif"}));
 
   // With deleted data the deleted event, reminder and note come back.
-  json::Value all = scanSample(true, dir, &status);
-  ASSERT_EQ(status, 0);
-  EXPECT_EQ(all["lists"]["32768"].size(), 4u);
-  EXPECT_EQ(all["lists"]["65536"].size(), 5u);
-  EXPECT_EQ(all["lists"]["131072"].size(), 7u);
+  ScanRun all = scan(sampleFolder("calendar-notes-demo"), /*deleted=*/true, dir);
+  ASSERT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(all.exported["lists"]["32768"].size(), 4u);
+  EXPECT_EQ(all.exported["lists"]["65536"].size(), 5u);
+  EXPECT_EQ(all.exported["lists"]["131072"].size(), 7u);
 }
 
 }  // namespace

@@ -20,17 +20,10 @@ namespace fs = std::filesystem;
 using dataparser::testing::filesBelow;
 using dataparser::testing::TempDir;
 using dataparser::testing::WorkingRootIn;
+using testing::reportsOf;
 using testing::sampleFolder;
 using testing::scan;
 using testing::ScanRun;
-
-// "type:count" of every report, in order.
-std::vector<std::string> reportsOf(const json::Value& exported) {
-  std::vector<std::string> reports;
-  for (json::View report : exported["reports"].elements())
-    reports.push_back(fmt::format("{}:{}", report["type"].integer(), report["count"].integer()));
-  return reports;
-}
 
 json::View list(const ScanRun& run, IOSDataType type) {
   return run.exported["lists"][std::to_string(type)];

@@ -1,10 +1,14 @@
 // Runs the CLI's scan command in-process on a recording and reads back its JSON export, for the
-// end-to-end tests of the sample recordings.
+// end-to-end tests of the sample recordings; plus the small readers those tests share.
 #pragma once
+
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "dataparser/util/json.h"
 #include "tests/test_support.h"
@@ -36,10 +40,12 @@ inline std::string sampleFolder(const std::string& name) {
       .lexically_normal();
 }
 
+// One scan of `folder` (an Android recording when `android`), exported to `dir`/export.json.
 inline ScanRun scan(const std::string& folder, bool deleted,
-                    const dataparser::testing::TempDir& dir) {
+                    const dataparser::testing::TempDir& dir, bool android = false) {
   ScanOptions options;
   options.folder = folder;
+  options.android = android;
   options.deleted = deleted;
   options.jsonPath = dir.str() + "/export.json";
   options.timeoutSeconds = 60;
@@ -51,6 +57,22 @@ inline ScanRun scan(const std::string& folder, bool deleted,
   run.err = contents(err);
   run.exported = json::parseFile(options.jsonPath);
   return run;
+}
+
+// The string under `key` of every item of a list.
+inline std::vector<std::string> texts(json::View list, std::string_view key) {
+  std::vector<std::string> values;
+  for (json::View item : list.elements())
+    values.emplace_back(item[key].string());
+  return values;
+}
+
+// "type:count" of every report of an export, in order.
+inline std::vector<std::string> reportsOf(const json::Value& exported) {
+  std::vector<std::string> reports;
+  for (json::View report : exported["reports"].elements())
+    reports.push_back(fmt::format("{}:{}", report["type"].integer(), report["count"].integer()));
+  return reports;
 }
 
 }  // namespace dataparser::cli::testing

@@ -2,47 +2,25 @@
 // loose-media parsers, the CLI's observer and its JSON export.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <string>
+#include <vector>
 
-#include "dataparser/util/json.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
+#include "tests/integration/cli_scan.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::TempDir;
-
-json::Value scanPhotoSample(bool deleted, const TempDir& dir, int* status) {
-  ScanOptions options;
-  options.folder =
-      (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples/photos-demo").lexically_normal();
-  options.deleted = deleted;
-  options.jsonPath = dir.str() + (deleted ? "/deleted.json" : "/export.json");
-  options.timeoutSeconds = 60;
-  std::FILE* out = std::tmpfile();
-  std::FILE* err = std::tmpfile();
-  *status = runScan(options, out, err);
-  std::fclose(out);
-  std::fclose(err);
-  return json::parseFile(options.jsonPath);
-}
-
-std::vector<std::string> texts(json::View list, std::string_view key) {
-  std::vector<std::string> out;
-  for (json::View item : list.elements())
-    out.emplace_back(item[key].string());
-  return out;
-}
+using dataparser::testing::TempDir;
+using testing::sampleFolder;
+using testing::scan;
+using testing::ScanRun;
+using testing::texts;
 
 TEST(PhotosScanIntegrationTest, SampleLibraryAppFilesAndLooseMedia) {
   TempDir dir;
-  int status = -1;
-  json::Value out = scanPhotoSample(false, dir, &status);
-  ASSERT_EQ(status, 0);
+  ScanRun run = scan(sampleFolder("photos-demo"), /*deleted=*/false, dir);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json::Value& out = run.exported;
   ASSERT_TRUE(out.isObject());
   EXPECT_EQ(out["status"].integer(), 1);
   json::View lists = out["lists"];
@@ -75,11 +53,11 @@ TEST(PhotosScanIntegrationTest, SampleLibraryAppFilesAndLooseMedia) {
   EXPECT_EQ(whatsapp.at(0)["type"].integer(), 1);
   EXPECT_EQ(texts(lists[std::to_string(0x40000)], "name"), (Names{"card.vcf"}));
 
-  int withDeletedStatus = -1;
-  json::Value all = scanPhotoSample(true, dir, &withDeletedStatus);
-  ASSERT_EQ(withDeletedStatus, 0);
-  EXPECT_EQ(texts(all["lists"]["2"], "name"), (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0004.GIF",
-                                                     "IMG_0005.JPG", "../../IMG_0008.JPG"}));
+  ScanRun all = scan(sampleFolder("photos-demo"), /*deleted=*/true, dir);
+  ASSERT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(texts(all.exported["lists"]["2"], "name"),
+            (Names{"IMG_0001.JPG", "IMG_0002.PNG", "IMG_0004.GIF", "IMG_0005.JPG",
+                   "../../IMG_0008.JPG"}));
 }
 
 }  // namespace

@@ -3,13 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <string>
 
-#include "dataparser/util/json.h"
 #include "tests/integration/cli_scan.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
 
 namespace dataparser::cli {
 namespace {

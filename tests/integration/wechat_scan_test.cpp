@@ -2,43 +2,26 @@
 // the coordinator's long-lived WeChat parser and the CLI's observer out to the JSON export.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <string>
 
-#include "dataparser/util/json.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
+#include "tests/integration/cli_scan.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::TempDir;
+using dataparser::testing::TempDir;
+using testing::sampleFolder;
+using testing::scan;
+using testing::ScanRun;
 
 constexpr const char* kAccounts = "1073741824";     // 0x40000000
 constexpr const char* kAttachments = "2147483648";  // 0x80000000
 
-// The export of one scan of the WeChat sample; absent when the scan did not finish.
-json::Value scanSample(bool deleted, const TempDir& dir) {
-  ScanOptions options;
-  options.folder = (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples/wechat-demo")
-                       .lexically_normal()
-                       .string();
-  options.deleted = deleted;
-  options.jsonPath = dir.str() + "/export.json";
-  options.timeoutSeconds = 60;
-  std::FILE* out = std::tmpfile();
-  std::FILE* err = std::tmpfile();
-  const int status = runScan(options, out, err);
-  std::fclose(out);
-  std::fclose(err);
-  return status == 0 ? json::parseFile(options.jsonPath) : json::Value();
-}
-
 TEST(WeChatScanTest, SampleRecordingReportsBothAccounts) {
   TempDir dir;
-  json::Value out = scanSample(/*deleted=*/false, dir);
+  ScanRun run = scan(sampleFolder("wechat-demo"), /*deleted=*/false, dir);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json::Value& out = run.exported;
   ASSERT_TRUE(out.isObject());
   EXPECT_EQ(out["status"].integer(), 1);
 
@@ -98,9 +81,9 @@ TEST(WeChatScanTest, SampleRecordingReportsBothAccounts) {
   // Two conversation pictures, the photo and the voice note.
   EXPECT_EQ(out["lists"][kAttachments].size(), 4u);
 
-  json::Value all = scanSample(/*deleted=*/true, dir);
-  ASSERT_TRUE(all.isObject());
-  EXPECT_EQ(all["lists"][kAccounts].at(0)["items"].at(0)["contents"].size(), 6u);
+  ScanRun all = scan(sampleFolder("wechat-demo"), /*deleted=*/true, dir);
+  ASSERT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(all.exported["lists"][kAccounts].at(0)["items"].at(0)["contents"].size(), 6u);
 }
 
 }  // namespace

@@ -3,41 +3,20 @@
 // input that must cost only itself.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
+#include <cstdint>
 #include <string>
+#include <vector>
 
-#include "dataparser/util/json.h"
-#include "tests/test_support.h"
-#include "tools/dataparser/scan_command.h"
+#include "tests/integration/cli_scan.h"
 
 namespace dataparser::cli {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::LocalZone;
-using testing::TempDir;
-
-std::string sample(std::string_view name) {
-  return (fs::path(DATAPARSER_TEST_FIXTURES) / "../../samples" / name).lexically_normal();
-}
-
-json::Value scan(const std::string& folder, bool android, bool deleted, const TempDir& dir,
-                 int* status = nullptr) {
-  ScanOptions options;
-  options.folder = folder;
-  options.android = android;
-  options.deleted = deleted;
-  options.jsonPath = dir.str() + "/export.json";
-  options.timeoutSeconds = 60;
-  std::FILE* out = std::tmpfile();
-  std::FILE* err = std::tmpfile();
-  int result = runScan(options, out, err);
-  if (status != nullptr) *status = result;
-  std::fclose(out);
-  std::fclose(err);
-  return json::parseFile(options.jsonPath);
-}
+using dataparser::testing::LocalZone;
+using dataparser::testing::TempDir;
+using testing::sampleFolder;
+using testing::scan;
+using testing::ScanRun;
 
 std::vector<std::int64_t> reportedTypes(const json::Value& exported) {
   std::vector<std::int64_t> types;
@@ -49,7 +28,8 @@ std::vector<std::int64_t> reportedTypes(const json::Value& exported) {
 TEST(WhatsappScanTest, IOSSampleOfBothApps) {
   LocalZone zone("UTC");
   TempDir dir;
-  json::Value out = scan(sample("whatsapp-demo"), false, false, dir);
+  ScanRun run = scan(sampleFolder("whatsapp-demo"), /*deleted=*/false, dir);
+  const json::Value& out = run.exported;
   ASSERT_TRUE(out.isObject());
   EXPECT_EQ(out["status"].integer(), 1);
   EXPECT_EQ(reportedTypes(out),
@@ -75,15 +55,16 @@ TEST(WhatsappScanTest, IOSSampleOfBothApps) {
   // WhatsApp and WhatsApp Business share one attachment list: Business reports both apps' files.
   EXPECT_EQ(out["lists"]["34359738368"].size(), 4u);
 
-  json::Value all = scan(sample("whatsapp-demo"), false, true, dir);
-  EXPECT_EQ(all["lists"]["2097152"].at(0)["contents"].size(), 5u);
+  ScanRun all = scan(sampleFolder("whatsapp-demo"), /*deleted=*/true, dir);
+  EXPECT_EQ(all.exported["lists"]["2097152"].at(0)["contents"].size(), 5u);
 }
 
 TEST(WhatsappScanTest, AndroidSampleOfBothApps) {
   TempDir dir;
-  int status = -1;
-  json::Value out = scan(sample("android-whatsapp-demo"), true, false, dir, &status);
-  EXPECT_EQ(status, 0);
+  ScanRun run = scan(sampleFolder("android-whatsapp-demo"), /*deleted=*/false, dir,
+                     /*android=*/true);
+  EXPECT_EQ(run.status, 0) << run.err;
+  const json::Value& out = run.exported;
   EXPECT_EQ(out["status"].integer(), 1);
   EXPECT_EQ(reportedTypes(out),
             (std::vector<std::int64_t>{0x1000000000, 0x2000000000, 0x4000000000}));
@@ -111,19 +92,18 @@ TEST(WhatsappScanTest, BadInputCostsOnlyItself) {
                 "{{ROOT}}/files/good.json", "{{ROOT}}/files/broken.json",
                 "{{ROOT}}/files/absent.json", "{{ROOT}}/files/list.json"]}]})");
   dir.write("rec/stream/000002-81.json", "not JSON at all");
-  int status = -1;
-  json::Value out = scan(dir.str() + "/rec", false, false, dir, &status);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(out["status"].integer(), 1);
-  json::View contents = out["lists"]["2097152"].at(0)["contents"];
+  ScanRun run = scan(dir.str() + "/rec", /*deleted=*/false, dir);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.exported["status"].integer(), 1);
+  json::View contents = run.exported["lists"]["2097152"].at(0)["contents"];
   ASSERT_EQ(contents.size(), 3u);
   EXPECT_EQ(contents.at(0)["text"].string(), "kept");
 
   // An Android engine error fails the scan.
   dir.write("android/stream/000001-0.null", "");
-  json::Value failed = scan(dir.str() + "/android", true, false, dir, &status);
-  EXPECT_EQ(status, 1);
-  EXPECT_EQ(failed["status"].integer(), 3);
+  ScanRun failed = scan(dir.str() + "/android", /*deleted=*/false, dir, /*android=*/true);
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.exported["status"].integer(), 3);
 }
 
 }  // namespace
