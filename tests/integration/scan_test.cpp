@@ -133,7 +133,7 @@ TEST(ScanIntegrationTest, UnwritableExportStopsBeforeTheScan) {
 
 // The personal data types of one recording, each reported under its code with its display texts.
 TEST(ScanIntegrationTest, PersonalSampleEndToEnd) {
-  testing::LocalZone zone("UTC");
+  dataparser::testing::LocalZone zone("UTC");
   TempDir dir;
   ScanRun run = scan(sampleFolder("personal-demo"), /*deleted=*/false, dir);
   ASSERT_EQ(run.status, 0) << run.err;

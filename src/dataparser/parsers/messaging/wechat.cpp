@@ -6,13 +6,13 @@
 #include <unordered_map>
 #include <vector>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/payload.h"
+#include "dataparser/net/url_data.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
-#include "dataparser/net/url_data.h"
 
 namespace dataparser {
 
@@ -61,11 +61,6 @@ namespace {
 
 bool exists(std::string_view path) {
   return !path.empty() && fileExists(std::string(path));
-}
-
-bool isRegularFile(const std::string& path) {
-  std::error_code error;
-  return !path.empty() && std::filesystem::is_regular_file(path, error);
 }
 
 // A file's place on this computer and on the phone.
