@@ -7,6 +7,7 @@
 #include "dataparser/core/version.h"
 #include "dataparser/util/file_helper.h"
 #include "tools/dataparser/download_command.h"
+#include "tools/dataparser/icloud_command.h"
 #include "tools/dataparser/report_command.h"
 #include "tools/dataparser/scan_command.h"
 
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   // Subcommands register here.
   dataparser::cli::addScanCommand(app);
   dataparser::cli::addDownloadCommand(app);
+  dataparser::cli::addICloudCommand(app);
   dataparser::cli::addReportCommand(app);
   CLI11_PARSE(app, argc, argv);
   if (app.get_subcommands().empty()) {

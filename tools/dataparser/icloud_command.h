@@ -1,0 +1,25 @@
+// `dataparser icloud <folder>`: reads a downloaded iCloud account folder (its "BackupInfo.plist"
+// and the files it names) through the coordinator's iCloud queries, prints the same summary
+// table as `scan` and optionally writes the same JSON export. A plain function so that tests can
+// run it in-process.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <string>
+
+namespace dataparser::cli {
+
+struct ICloudOptions {
+  std::string folder;
+  bool deleted = false;  // the coordinator's parseDeleted
+  std::string jsonPath;  // write the export here when not empty
+};
+
+// Exit status: 0 read, 1 bad folder (no index) or export not written.
+int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err);
+
+void addICloudCommand(CLI::App& app);
+
+}  // namespace dataparser::cli
