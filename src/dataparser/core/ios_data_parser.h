@@ -167,6 +167,8 @@ class IOSDataParser final : public BackupManagerObserver {
   void startParseiCloudReminderAttachmentsInfoForItem(const ItemPtr& reminder, JSONData WithJSON);
   void startParseiCloudReminderAlarmsInfoForItem(const ItemPtr& reminder, JSONData WithJSON);
   ItemList icloudNoteShowArr() const;
+  // Appends a note whose files have arrived to icloudNoteShowArr.
+  void addIcloudNoteShowItem(ItemPtr note);
   ItemList icloudReminderShowArr() const;
   std::string icloudDownloadPath() const;
   void setIcloudDownloadPath(std::string path);

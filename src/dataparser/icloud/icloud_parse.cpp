@@ -77,6 +77,11 @@ ItemList IOSDataParser::icloudNoteShowArr() const {
   return icloudNoteShowArr_;
 }
 
+void IOSDataParser::addIcloudNoteShowItem(ItemPtr note) {
+  std::lock_guard lock(mutex_);
+  icloudNoteShowArr_.push_back(std::move(note));
+}
+
 ItemList IOSDataParser::icloudReminderShowArr() const {
   std::lock_guard lock(mutex_);
   return icloudReminderShowArr_;
