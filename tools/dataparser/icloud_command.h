@@ -6,7 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace dataparser::cli {
@@ -15,9 +17,16 @@ struct ICloudOptions {
   std::string folder;
   bool deleted = false;  // the coordinator's parseDeleted
   std::string jsonPath;  // write the export here when not empty
+  // When not empty: after reading, fetch the files still missing into this folder.
+  std::string downloadPath;
+  std::string kinds = "calendar,notes,photos,videos";
 };
 
-// Exit status: 0 read, 1 bad folder (no index) or export not written.
+// The download kinds named in `kinds` (comma-separated: calendar, notes, photos, videos); nothing
+// when a name is unknown.
+std::optional<std::uint32_t> downloadKinds(const std::string& kinds);
+
+// Exit status: 0 read, 1 bad folder (no index), unknown kinds or export not written.
 int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err);
 
 void addICloudCommand(CLI::App& app);
