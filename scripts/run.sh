@@ -19,3 +19,7 @@ for sample in samples/*/; do
   "$cli" "${args[@]}"
   echo "export written to build/sample-exports/$name.json"
 done
+# The downloaded iCloud account sample has no stream/ folder: it is read by the icloud command.
+echo "== icloud-demo"
+"$cli" icloud samples/icloud-demo --json build/sample-exports/icloud-demo.json
+echo "export written to build/sample-exports/icloud-demo.json"

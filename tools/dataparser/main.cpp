@@ -10,6 +10,7 @@
 #include "dataparser/core/version.h"
 #include "dataparser/util/file_helper.h"
 #include "tools/dataparser/download_command.h"
+#include "tools/dataparser/icloud_command.h"
 #include "tools/dataparser/report_command.h"
 #include "tools/dataparser/scan_command.h"
 
@@ -27,6 +28,7 @@ int main(int argc, char** argv) {
   // Subcommands register here.
   dataparser::cli::addScanCommand(app);
   dataparser::cli::addDownloadCommand(app);
+  dataparser::cli::addICloudCommand(app);
   dataparser::cli::addReportCommand(app);
   try {
     app.parse(argc, argv);

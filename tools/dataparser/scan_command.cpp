@@ -63,6 +63,8 @@ class ProgressBar {
 
 std::atomic<bool> gInterrupted = false;
 
+}  // namespace
+
 void printSummary(const ScanExport& scan, std::FILE* out) {
   std::fprintf(out, "%-14s %-32s %10s %12s\n", "type", "name", "items", "attachments");
   for (const auto& [type, items] : scan.lists()) {
@@ -75,8 +77,6 @@ void printSummary(const ScanExport& scan, std::FILE* out) {
                  static_cast<int>(name.size()), name.data(), items.size(), attachments);
   }
 }
-
-}  // namespace
 
 std::string androidDatabasePath(const std::string& folder) {
   return (fs::path(folder) / "Databases" / "msgstore.db").string();

@@ -11,6 +11,8 @@
 
 namespace dataparser::cli {
 
+class ScanExport;
+
 struct ScanOptions {
   std::string folder;
   bool deleted = false;       // keep items marked deleted
@@ -31,6 +33,9 @@ std::string androidDatabasePath(const std::string& folder);
 int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err);
 
 void addScanCommand(CLI::App& app);
+
+// The summary table (type, name, items, attachments) of what `scan` recorded.
+void printSummary(const ScanExport& scan, std::FILE* out);
 
 // Ctrl-C stops the running scan instead of ending the process.
 void installInterruptHandler();

@@ -130,6 +130,49 @@ class IOSDataParser final : public BackupManagerObserver {
   // when it cannot be written.
   static std::string encodeToJosnString(const json::View& object);
 
+  // --- iCloud: a downloaded account folder, streamed JSON texts and the download runs ---
+  // Implemented by the icloud layer. The five iCloud parsers live from setupiCloudParser to
+  // releaseiCloudParser and accumulate what they are fed. Every query blocks its caller.
+  void setupiCloudParser();
+  void releaseiCloudParser();
+  // Runs the five queries when {path}/BackupInfo.plist exists; otherwise logs
+  // "backup not exist:{index path}" and does nothing else.
+  void startParseiCloudBackupWithPath(const std::string& path);
+  // {path}/BackupInfo.plist (XML or binary) as a JSON object; absent when the file is missing,
+  // unreadable, not a property list, or not a non-empty dictionary.
+  json::Value icloudBackupInfoDictWithPath(const std::string& path) const;
+  void queryContactWithPath(const std::string& path);
+  void queryCalendarWithPath(const std::string& path);
+  void queryNoteWithPath(const std::string& path);
+  void queryReminderWithPath(const std::string& path);
+  void queryLowReminderWithPath(const std::string& path);
+  void queryHeightReminderWithPath(const std::string& path);
+  void queryPhotoAndPhototVideoWithPath(const std::string& path);
+
+  // Streamed texts handed in one by one by the host.
+  ItemList startParseiCloudAlbumsWithJSON(JSONData data);
+  void startParseiCloudAlbumPhototsForAlbum(const ItemPtr& album, JSONData withJSON);
+  void startParseiCloudContactWithJSON(JSONData data, const std::string& withSavePath);
+  ItemList needDownloadIconContacts() const;
+  void contactFetchedData();
+  void startParseiCloudCalendarWithJSON(JSONData data);
+  std::optional<ItemList> startParseiCloudNoteWithJSON(JSONData data);
+  void startParseiCloudNoteAttachmentsForItem(const ItemPtr& note, JSONData data);
+  void startParseiCloudNoteMediasForItem(const ItemPtr& note, JSONData data);
+  void startMatchingAttachments();
+  void startParseLowVersioniCloudReminderListWithJSON(JSONData data);
+  ItemList startParseiCloudReminderListWithJSON(JSONData data);
+  std::optional<ItemList> startParseiCloudRemindersInfoWithJSON(JSONData data,
+                                                                const ItemList& andListArr);
+  void startParseiCloudReminderAttachmentsInfoForItem(const ItemPtr& reminder, JSONData WithJSON);
+  void startParseiCloudReminderAlarmsInfoForItem(const ItemPtr& reminder, JSONData WithJSON);
+  ItemList icloudNoteShowArr() const;
+  // Appends a note whose files have arrived to icloudNoteShowArr.
+  void addIcloudNoteShowItem(ItemPtr note);
+  ItemList icloudReminderShowArr() const;
+  std::string icloudDownloadPath() const;
+  void setIcloudDownloadPath(std::string path);
+
   void stopParse();
   void stopBackup();
 
@@ -182,6 +225,9 @@ class IOSDataParser final : public BackupManagerObserver {
   std::optional<ItemList> notesAttachments_;
   std::array<ParserPtr, kParserSlotCount> parsers_;
   std::array<ParserPtr, 5> icloudParsers_;
+  ItemList icloudNoteShowArr_;
+  ItemList icloudReminderShowArr_;
+  std::string icloudDownloadPath_;
 
   std::atomic<bool> parseDeleted_ = false;
   std::atomic<IOSDataType> selectedDataType_ = 0;

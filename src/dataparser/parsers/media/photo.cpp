@@ -3,14 +3,15 @@
 #include <atomic>
 #include <vector>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/net/file_downloader.h"
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"
+#include "dataparser/util/url_encoding.h"
 
 namespace dataparser {
 namespace {
@@ -20,28 +21,6 @@ std::atomic<std::int64_t> downloadTimeoutMs{std::int64_t{1800} * 1000};
 // A regular file is there: a folder or a device is never read as a picture or a batch.
 bool isFileAt(std::string_view path) {
   return !path.empty() && isRegularFile(std::string(path));
-}
-
-// Percent-escapes what may not stand in the query of a URL: everything but ASCII letters,
-// digits and "!$&'()*+,-./:;=?@_~".
-std::string queryEncoded(std::string_view url) {
-  static constexpr std::string_view kAllowed = "!$&'()*+,-./:;=?@_~";
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  out.reserve(url.size());
-  for (char c : url) {
-    auto byte = static_cast<unsigned char>(c);
-    bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                 (byte >= '0' && byte <= '9') || kAllowed.find(c) != std::string_view::npos;
-    if (plain) {
-      out.push_back(c);
-    } else {
-      out.push_back('%');
-      out.push_back(kHex[byte >> 4]);
-      out.push_back(kHex[byte & 0xF]);
-    }
-  }
-  return out;
 }
 
 bool isVideoType(std::string_view type) {
@@ -382,7 +361,7 @@ void IOSPhotoItem::startDownloadAndCompleted(const std::function<void()>& comple
   auto signal = std::make_shared<std::counting_semaphore<>>(0);
   texts().singDis = signal;
   std::weak_ptr<IOSPhotoItem> weakSelf = weak_from_this();
-  auto downloader = FileDownloader::initWithURL(queryEncoded(url), target, {}, {});
+  auto downloader = FileDownloader::initWithURL(urlQueryEncoded(url), target, {}, {});
   std::weak_ptr<FileDownloader> weakDownloader = downloader;
   downloader->setCompletionHandler(
       [weakSelf, weakDownloader, signal, url, target](std::optional<DownloadError> error) {

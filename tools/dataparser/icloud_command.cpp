@@ -1,0 +1,110 @@
+#include "tools/dataparser/icloud_command.h"
+
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "dataparser/core/delegate.h"
+#include "dataparser/core/ios_data_parser.h"
+#include "dataparser/icloud/download_runs.h"
+#include "dataparser/icloud/icloud_codes.h"
+#include "tools/dataparser/scan_command.h"
+#include "tools/dataparser/scan_export.h"
+
+namespace dataparser::cli {
+
+std::optional<std::uint32_t> downloadKinds(const std::string& kinds) {
+  std::uint32_t set = 0;
+  std::stringstream list(kinds);
+  for (std::string name; std::getline(list, name, ',');) {
+    if (name == "calendar") {
+      set |= icloud::kDownloadCalendarAttachments;
+    } else if (name == "notes") {
+      set |= icloud::kDownloadNoteAttachments;
+    } else if (name == "photos") {
+      set |= icloud::kDownloadPhotos;
+    } else if (name == "videos") {
+      set |= icloud::kDownloadVideos;
+    } else {
+      return std::nullopt;
+    }
+  }
+  return set;
+}
+
+int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  fs::path folder = fs::absolute(options.folder, error);
+  if (error || !fs::is_regular_file(folder / "BackupInfo.plist", error)) {
+    std::fprintf(err, "dataparser: %s is not an iCloud folder (no BackupInfo.plist)\n",
+                 options.folder.c_str());
+    return 1;
+  }
+  if (std::string message;
+      !options.jsonPath.empty() && !ScanExport::canWrite(options.jsonPath, &message)) {
+    std::fprintf(err, "dataparser: %s\n", message.c_str());
+    return 1;
+  }
+
+  std::optional<std::uint32_t> kinds = downloadKinds(options.kinds);
+  if (!kinds) {
+    std::fprintf(err, "dataparser: unknown download kinds %s\n", options.kinds.c_str());
+    return 1;
+  }
+
+  auto scan = std::make_shared<ScanExport>();
+  auto observer = std::make_shared<IOSDataParserDelegate>();
+  observer->didFetchedData = [scan](IOSDataParser&, ItemList items, IOSDataType type) {
+    scan->report(type, items);
+  };
+  IOSDataParser& parser = IOSDataParser::shared();
+  parser.setDelegate(observer);
+  parser.setParseDeleted(options.deleted);
+  scan->began();
+  parser.setupiCloudParser();
+  parser.startParseiCloudBackupWithPath(folder.string());
+  if (!options.downloadPath.empty()) {
+    // The runs wait for each file while the downloader reports on the main queue: they run on
+    // a worker thread of their own.
+    std::thread worker([&] {
+      icloud::startDownloadFilesWithType(parser, *kinds,
+                                         fs::absolute(options.downloadPath, error).string());
+    });
+    worker.join();
+  }
+  scan->finish(1);
+  parser.setDelegate({});
+
+  printSummary(*scan, out);
+  if (!options.jsonPath.empty()) {
+    std::string message;
+    if (!scan->write(options.jsonPath, &message)) {
+      std::fprintf(err, "dataparser: %s\n", message.c_str());
+      return 1;
+    }
+  }
+  parser.releaseiCloudParser();
+  std::fprintf(out, "icloud folder read\n");
+  return 0;
+}
+
+void addICloudCommand(CLI::App& app) {
+  auto options = std::make_shared<ICloudOptions>();
+  CLI::App* command =
+      app.add_subcommand("icloud", "Read a downloaded iCloud account folder and summarise it");
+  command->add_option("folder", options->folder, "Folder holding BackupInfo.plist")->required();
+  command->add_flag("--deleted", options->deleted, "Keep data marked deleted");
+  command->add_option("--json", options->jsonPath, "Write the JSON export to this file");
+  command->add_option("--download", options->downloadPath,
+                      "Fetch the files still missing into this folder");
+  command->add_option("--kinds", options->kinds,
+                      "What --download fetches: calendar,notes,photos,videos (default all)");
+  command->callback([options] {
+    int status = runICloud(*options, stdout, stderr);
+    if (status != 0) throw CLI::RuntimeError(status);
+  });
+}
+
+}  // namespace dataparser::cli
