@@ -40,7 +40,7 @@ void iCloudiOSAlbumItem::describe(FieldVisitor& visitor) const {
 }
 
 void iCloudiOSAlbumItem::describeIsDeleted(FieldVisitor& visitor) const {
-  visitor.field("isDeleted", isDeleted());
+  visitor.field("isDeleted", isDeleted() != 0);
 }
 
 std::shared_ptr<iCloudiOSAlbumParser> iCloudiOSAlbumParser::parserWithJSONData(JSONData data,

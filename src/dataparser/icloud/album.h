@@ -27,7 +27,7 @@ class iCloudiOSAlbumItem : public IOSBaseItem {
   void initWithDictionary(const json::Value& record) override;
 
   // The deleted-pictures album.
-  bool isDeleted() const { return guid_ == kDeletedAlbumGuid; }
+  std::int64_t isDeleted() const override { return guid_ == kDeletedAlbumGuid ? 1 : 0; }
 
   const std::string& guid() const { return guid_; }
   void setGuid(std::string value) { guid_ = std::move(value); }
