@@ -1,5 +1,6 @@
 #include "dataparser/report/report_writer.h"
 
+#include <fmt/format.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -130,7 +131,7 @@ class ReportFolder {
     if (!inserted) return it->second;
     std::optional<std::string> png = image.thumbnailPNG(kThumbnailHeight);
     if (!png) return {};
-    std::string name = "media/t" + std::to_string(thumbnails_.size()) + ".png";
+    std::string name = fmt::format("media/t{}.png", thumbnails_.size());
     if (write(name, {}, *png, {})) it->second = std::move(name);
     return it->second;
   }
@@ -388,13 +389,11 @@ class ReportFieldWriter final : public FieldVisitor {
   void key(std::string_view name) {
     if (!name.empty()) out_->Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
   }
-  std::string listId(std::size_t page) const {
-    return "l" + std::to_string(code_) + "-" + std::to_string(page);
+  std::string listId(std::size_t page) const { return fmt::format("l{}-{}", code_, page); }
+  std::string messageId() const { return fmt::format("m{}-{}", code_, conversation_); }
+  std::string messageId(std::size_t page) const {
+    return fmt::format("m{}-{}-{}", code_, conversation_, page);
   }
-  std::string messageId() const {
-    return "m" + std::to_string(code_) + "-" + std::to_string(conversation_);
-  }
-  std::string messageId(std::size_t page) const { return messageId() + "-" + std::to_string(page); }
 
   ReportFolder& folder_;
   const std::size_t pageSize_;

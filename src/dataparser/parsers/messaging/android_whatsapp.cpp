@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <limits>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/message_files.h"
 #include "dataparser/model/payload.h"
 #include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -54,7 +54,8 @@ void AndroidWhatsAppSingleItem::initWithDictionary(const json::Value& record) {
 
   std::string from;
   if (isNotice()) {
-    from = sender.string().empty() ? systemInfoAddresses() : "+" + sender.stringCopy();
+    from =
+        sender.string().empty() ? systemInfoAddresses() : std::string("+").append(sender.string());
   } else {
     from = sender.stringCopy();
   }
@@ -159,7 +160,7 @@ void AndroidWhatsAppSessionItem::readMembers(json::View members) {
     if (!entry.isObject()) continue;
     std::string_view jid = entry["member_jid"].string();
     auto member = std::make_shared<IOSMemberItem>();
-    member->setName(whatsappAddress("+" + std::string(jid)));
+    member->setName(whatsappAddress(std::string("+").append(jid)));
     if (!jid.empty()) member->setIdentifier(androidWhatsappAddress(jid));
     list.push_back(std::move(member));
   }
