@@ -16,16 +16,6 @@ constexpr std::string_view kPhoneLabels[] = {"_$!<Mobile>!$_", "_$!<Home>!$_", "
 constexpr std::string_view kPlainLabels[] = {"_$!<Home>!$_", "_$!<Work>!$_", "_$!<Other>!$_",
                                              "_$!<School>!$_", "Weekend"};
 
-void string(JsonWriter& w, std::string_view key, std::string_view value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-}
-
-void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.Int64(value);
-}
-
 template <std::size_t N>
 std::string_view pick(TextSource& source, const std::string_view (&labels)[N]) {
   return labels[static_cast<std::size_t>(source.between(0, N - 1))];

@@ -28,16 +28,6 @@ void writeMediaPool(RecordingWriter& recording, TextSource& source) {
   }
 }
 
-void string(JsonWriter& w, std::string_view key, std::string_view value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-}
-
-void integer(JsonWriter& w, std::string_view key, std::int64_t value) {
-  w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
-  w.Int64(value);
-}
-
 std::string jid(const std::string& phone) {
   return phone.substr(phone.starts_with('+') ? 1 : 0) + "@s.whatsapp.net";
 }
@@ -119,7 +109,7 @@ GeneratedCounts generateWhatsapp(RecordingWriter& recording, const WhatsappOptio
 
     w.StartObject();
     writeInteger(w, "session_type", group ? 1 : 0);
-    string(
+    writeString(
         w, "jid",
         group ? fmt::format("{}-{}@g.us", members[0].substr(1), 1600000000 + c) : jid(members[0]));
     writeString(w, "name", group ? source.text(24) : source.name());
