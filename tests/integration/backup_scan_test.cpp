@@ -54,6 +54,13 @@ TEST(BackupScanIntegrationTest, SyntheticBackupEndToEnd) {
       EXPECT_EQ(sessions.at(2)["isDeleted"].integer(), 1);
     }
     EXPECT_EQ(exported["lists"]["1048576"].size(), 1u);
+    // Contacts and calls reach their parsers with the fields a recording gives.
+    json::View contacts = exported["lists"]["1024"];
+    ASSERT_EQ(contacts.size(), 2u);
+    EXPECT_EQ(contacts.at(0)["displayName"].string(), "Ann Lee");
+    EXPECT_EQ(contacts.at(0)["phoneInfos"].at(0)["title"].string(), "Mobile");
+    EXPECT_EQ(exported["lists"]["2048"].size(), 4u);
+    EXPECT_EQ(exported["lists"]["4096"].size(), 1u);  // the FaceTime call
   }
 }
 
