@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
+#include "dataparser/util/file_helper.h"
 #include "tests/test_support.h"
 
 namespace dataparser::testing {

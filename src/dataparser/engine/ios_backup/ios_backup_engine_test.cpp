@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/engine/ios_backup/backup_manifest.h"
 #include "dataparser/engine/ios_backup/contact_names.h"
 #include "dataparser/engine/ios_backup/sqlite_database.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/text.h"
 #include "tests/backup_fixture.h"

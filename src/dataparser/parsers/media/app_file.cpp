@@ -1,7 +1,7 @@
 #include "dataparser/parsers/media/app_file.h"
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/util/byte_count.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {

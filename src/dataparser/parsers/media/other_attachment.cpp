@@ -1,7 +1,7 @@
 #include "dataparser/parsers/media/other_attachment.h"
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/attachment.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {

@@ -2,10 +2,10 @@
 
 #include <cmath>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/payload.h"
 #include "dataparser/parsers/messaging/chat_apps.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/text.h"
 

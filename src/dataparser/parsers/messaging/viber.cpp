@@ -1,10 +1,10 @@
 #include "dataparser/parsers/messaging/viber.h"
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/message_files.h"
 #include "dataparser/model/payload.h"
 #include "dataparser/parsers/personal/call_history.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/text.h"
 
 namespace dataparser {

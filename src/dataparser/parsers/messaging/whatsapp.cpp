@@ -4,10 +4,10 @@
 #include <chrono>
 #include <limits>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/model/message_files.h"
 #include "dataparser/model/payload.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/file_kind.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/text.h"

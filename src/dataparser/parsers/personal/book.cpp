@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <limits>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/util/byte_count.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {

@@ -6,9 +6,9 @@
 #include <mutex>
 #include <semaphore>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 

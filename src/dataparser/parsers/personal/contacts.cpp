@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/path.h"

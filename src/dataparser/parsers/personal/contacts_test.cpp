@@ -269,7 +269,8 @@ TEST(ContactParserTest, ReadsEveryExistingFileInOrder) {
   testing::LogCapture logs;
   TempDir dir;
   std::string a =
-      contactFile(dir, "a.json", R"({"First": "A1"}, 7, "x", {"tag": "deleted", "phone_info": [{"value": "9"}]})");
+      contactFile(dir, "a.json",
+                  R"({"First": "A1"}, 7, "x", {"tag": "deleted", "phone_info": [{"value": "9"}]})");
   std::string b = contactFile(dir, "b.json", R"({"First": "B1"})");
   std::string broken = dir.write("broken.json", "{\"contacts_info\": [");
   auto parser = parseFiles({a, dir.str() + "/missing.json", broken, b});

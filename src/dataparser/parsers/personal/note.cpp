@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"

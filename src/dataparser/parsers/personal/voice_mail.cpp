@@ -1,7 +1,7 @@
 #include "dataparser/parsers/personal/voice_mail.h"
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 
 namespace dataparser {
 

@@ -1,7 +1,7 @@
 #include "dataparser/parsers/personal/voice_memo.h"
 
-#include "dataparser/util/file_helper.h"
 #include "dataparser/util/date_format.h"
+#include "dataparser/util/file_helper.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
