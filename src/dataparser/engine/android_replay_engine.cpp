@@ -10,7 +10,6 @@ namespace dataparser {
 namespace {
 
 constexpr std::int32_t kErrorCode = 0;
-constexpr std::int32_t kWhatsAppCode = 20;
 constexpr std::int32_t kBusinessCode = 21;
 constexpr std::int64_t kBusinessPackage = 25;
 

@@ -64,7 +64,7 @@ class iCloudiOSAlbumParser : public IOSBaseParser {
   using IOSBaseParser::parserWithJSONData;
   // `parseDeleted` is ignored: the deleted-pictures album is always kept.
   static std::shared_ptr<iCloudiOSAlbumParser> parserWithJSONData(JSONData data, bool parseDeleted,
-                                                                  bool deviceBackup = false);
+                                                                  bool deviceBackup);
 
   std::string_view className() const override { return "iCloudiOSAlbumParser"; }
 };

@@ -259,7 +259,7 @@ void IOSDataParser::queryPhotoAndPhototVideoWithPath(const std::string& path) {
 
   std::vector<AlbumPtr> albums;
   forEachListedFile(path, info["AlbumsInfo"], stopped, [&](const std::string& bytes) {
-    auto albumParser = iCloudiOSAlbumParser::parserWithJSONData(bytesOf(bytes), false);
+    auto albumParser = iCloudiOSAlbumParser::parserWithJSONData(bytesOf(bytes), false, false);
     for (const ItemPtr& item : albumParser->items()) {
       albums.push_back(std::static_pointer_cast<iCloudiOSAlbumItem>(item));
     }
@@ -300,7 +300,7 @@ void IOSDataParser::queryPhotoAndPhototVideoWithPath(const std::string& path) {
 // ---- streamed texts --------------------------------------------------------------------------
 
 ItemList IOSDataParser::startParseiCloudAlbumsWithJSON(JSONData data) {
-  return iCloudiOSAlbumParser::parserWithJSONData(data, false)->items();
+  return iCloudiOSAlbumParser::parserWithJSONData(data, false, false)->items();
 }
 
 void IOSDataParser::startParseiCloudAlbumPhototsForAlbum(const ItemPtr& album, JSONData withJSON) {

@@ -248,7 +248,11 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
                                                                             "other_thumb_path"});
   auto seconds = [d = duration] { return static_cast<float>(d.numberFromText()); };
   // Video and plain files: the first place whose file exists, for the file and the thumbnail.
-  auto resolveFiles = [&] {
+  // Structured bindings are captured through init-captures (older compilers refuse them otherwise).
+  auto resolveFiles = [&, mediaLocal = mediaLocal, mediaDevice = mediaDevice,
+                       otherMediaLocal = otherMediaLocal, otherMediaDevice = otherMediaDevice,
+                       thumbLocal = thumbLocal, thumbDevice = thumbDevice,
+                       otherThumbLocal = otherThumbLocal, otherThumbDevice = otherThumbDevice] {
     if (FilePlace file =
             firstExisting(feed, mediaLocal, mediaDevice, otherMediaLocal, otherMediaDevice);
         file.found) {
