@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
 
 namespace dataparser {
@@ -266,6 +267,13 @@ void IOSAccountItem::describe(FieldVisitor& visitor) const {
   visitor.field("filteredItems", filteredItems());
   visitor.field("sessionSelectedIndex", sessionSelectedIndex());
   visitor.field("contactsSelectedIndex", contactsSelectedIndex());
+}
+
+const std::string& IOSBaseSingleItem::sendDateInDisplayFormat() const {
+  if (!hasTextField(kStrSendDateField)) {
+    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
+  }
+  return textField(kStrSendDateField);
 }
 
 }  // namespace dataparser

@@ -111,6 +111,9 @@ class IOSBaseSingleItem : public IOSBaseItem {
     kTextFieldCount,
   };
   bool hasTextField(TextField field) const { return (knownFields_ >> field) & 1U; }
+  // The lazy `strSendDate` of the apps whose records hold a date value: `sendDate` in the display
+  // format ("" without a date), worked out on first read; the setter wins.
+  const std::string& sendDateInDisplayFormat() const;
   // The stored value; "" when none is stored.
   const std::string& textField(TextField field) const;
   void storeTextField(TextField field, std::string value) const;

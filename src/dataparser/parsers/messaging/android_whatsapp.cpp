@@ -105,10 +105,7 @@ const std::string& AndroidWhatsAppSingleItem::strNotice() const {
 }
 
 const std::string& AndroidWhatsAppSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 const std::string& AndroidWhatsAppSingleItem::to() const {

@@ -66,10 +66,7 @@ const std::string& IOSKikSingleItem::text() const {
 }
 
 const std::string& IOSKikSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 const AttachmentPtr& IOSKikSingleItem::attachment() const {

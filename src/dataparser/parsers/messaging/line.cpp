@@ -47,10 +47,7 @@ const std::string& IOSLineSingleItem::text() const {
 }
 
 const std::string& IOSLineSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 IOSLineSingleItem::Paths& IOSLineSingleItem::paths() {

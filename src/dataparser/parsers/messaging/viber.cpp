@@ -75,10 +75,7 @@ const std::string& IOSViberSingleItem::text() const {
 }
 
 const std::string& IOSViberSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 const std::string& IOSViberSingleItem::strNotice() const {

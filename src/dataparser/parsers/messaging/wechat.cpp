@@ -209,10 +209,7 @@ const std::string& IOSWeChatSingleItem::text() const {
 }
 
 const std::string& IOSWeChatSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {

@@ -142,10 +142,7 @@ const std::string& IOSWhatsappSingleItem::strNotice() const {
 }
 
 const std::string& IOSWhatsappSingleItem::strSendDate() const {
-  if (!hasTextField(kStrSendDateField)) {
-    storeTextField(kStrSendDateField, sendDate() ? stringWithDateFormatter(*sendDate()) : "");
-  }
-  return textField(kStrSendDateField);
+  return sendDateInDisplayFormat();
 }
 
 const std::string& IOSWhatsappSingleItem::to() const {
