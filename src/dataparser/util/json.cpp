@@ -7,6 +7,7 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -88,7 +89,20 @@ simdjson::error_code prepareDocument(simdjson::dom::document& dom, std::size_t l
   return simdjson::SUCCESS;
 }
 
+// True when the decoder may read its padding past `data + length` without a copy: the bytes it
+// reads there are ignored, so they only have to be readable, and they are when they lie in the
+// page that holds the text's last byte. Spares the copy of a block of hundreds of megabytes
+// (and the memory it takes) in nearly every case.
+bool paddingReadable(const char* data, std::size_t length) {
+  // Pages are at least this large on every system we run on.
+  constexpr std::uintptr_t kPage = 4096;
+  if (length == 0) return false;
+  auto last = reinterpret_cast<std::uintptr_t>(data) + length - 1;
+  return last % kPage + simdjson::SIMDJSON_PADDING < kPage;
+}
+
 Value parseBytes(const char* data, std::size_t length, bool padded, std::string* error) {
+  padded = padded || paddingReadable(data, length);
   auto document = std::make_shared<Document>();
   simdjson::error_code code = prepareDocument(document->dom, length);
   if (code == simdjson::SUCCESS) {
@@ -290,22 +304,33 @@ View View::operator[](std::string_view key) const {
 
 void View::findFields(const std::string_view* keys, View* found, std::size_t count) const {
   if (!isObject()) return;
-  std::size_t missing = count;
-  // Records of one kind list their members in the same order, and callers tend to ask in that
-  // order: trying the slot after the last match first finds most members at the first try.
-  std::size_t next = 0;
+  constexpr std::size_t kSlots = 64;
+  constexpr std::size_t kBuckets = 32;
+  if (count > kSlots) {
+    findFields(keys, found, kSlots);
+    findFields(keys + kSlots, found + kSlots, count - kSlots);
+    return;
+  }
+  // The open slots by key length (modulo the bucket count): most members of a record
+  // are not asked for, and their length alone tells so; the others meet one or two candidates.
+  std::uint64_t byLength[kBuckets] = {};
+  std::uint64_t open = 0;
+  for (std::size_t k = 0; k < count; ++k) {
+    // A slot already filled keeps its value.
+    if (found[k].document_ != nullptr) continue;
+    byLength[keys[k].size() % kBuckets] |= std::uint64_t{1} << k;
+    open |= std::uint64_t{1} << k;
+  }
   std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
-  for (std::size_t i = tapeIndex_ + 1; i < end && missing > 0;) {
+  for (std::size_t i = tapeIndex_ + 1; i < end && open != 0;) {
     std::string_view key = document_->tape(i).get_string_view();
-    for (std::size_t tried = 0, k = next; tried < count; ++tried, k = k + 1 == count ? 0 : k + 1) {
-      const std::string_view& wanted = keys[k];
-      // A slot already filled keeps the first member of its name, as operator[] does.
-      if (found[k].document_ != nullptr || wanted.size() != key.size()) continue;
-      if (key.empty() ||
-          (wanted[0] == key[0] && std::memcmp(wanted.data(), key.data(), key.size()) == 0)) {
+    // A slot takes the first member of its name, as operator[] does.
+    for (std::uint64_t candidates = byLength[key.size() % kBuckets] & open; candidates != 0;
+         candidates &= candidates - 1) {
+      const auto k = static_cast<std::size_t>(std::countr_zero(candidates));
+      if (keys[k] == key) {
         found[k] = Document::view(document_, i + 1);
-        --missing;
-        next = k + 1 == count ? 0 : k + 1;
+        open &= ~(std::uint64_t{1} << k);
         break;
       }
     }

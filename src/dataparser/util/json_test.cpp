@@ -1,7 +1,10 @@
 #include "dataparser/util/json.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <limits>
 
 #include "tests/test_support.h"
@@ -145,11 +148,36 @@ TEST(JsonTest, FieldsFindWhatTheSubscriptFinds) {
     EXPECT_EQ(y.integer(), expected[i][1]) << i;
     EXPECT_EQ(z.integer(), expected[i][2]) << i;
   }
+  // Names whose lengths share a bucket (1 and 33 bytes) are told apart by their text.
+  const std::string longName(33, 'a');
+  Value bucket = parse(R"({")" + longName + R"(":1,"a":2})");
+  auto [shortName, longOne] = bucket.fields({"a", longName});
+  EXPECT_EQ(shortName.integer(), 2);
+  EXPECT_EQ(longOne.integer(), 1);
   // Not an object: every slot absent.
   for (View v : {list.view(), doc["b"], View()}) {
     auto [only] = v.fields({"x"});
     EXPECT_EQ(only.type(), Type::kAbsent);
   }
+}
+
+TEST(JsonTest, TextsEndingAnywhereInAPageParse) {
+  // A text is parsed in place when the decoder's read-ahead stays in the text's last page, and
+  // copied otherwise: here the page after the text cannot be read at all.
+  const long page = ::sysconf(_SC_PAGESIZE);
+  void* pages =
+      ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(::mprotect(static_cast<char*>(pages) + page, page, PROT_NONE), 0);
+  const std::string_view text = R"({"k":[1,2,"three"]})";
+  for (std::size_t gap : {std::size_t{0}, std::size_t{1}, std::size_t{63}, std::size_t{64},
+                          std::size_t{65}, std::size_t{500}}) {
+    char* at = static_cast<char*>(pages) + page - gap - text.size();
+    std::memcpy(at, text.data(), text.size());
+    Value value = parse(std::string_view(at, text.size()));
+    EXPECT_EQ(value["k"].at(2).string(), "three") << gap;
+  }
+  ::munmap(pages, 2 * page);
 }
 
 TEST(JsonTest, FilesParsedOneAfterAnotherKeepTheirOwnContent) {
