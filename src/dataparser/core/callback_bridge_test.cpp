@@ -52,6 +52,7 @@ class CallbackBridgeTest : public ::testing::Test {
     IOSDataParser::shared().resetParser();
     IOSDataParser::shared().setPackageEngine(nullptr);
     IOSDataParser::shared().setDelegate({});
+    IOSDataParser::shared().setDispatchTable(DispatchTable::standard());
   }
 
   testing::LogCapture logs;

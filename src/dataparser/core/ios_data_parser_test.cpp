@@ -52,6 +52,7 @@ class CoordinatorTest : public ::testing::Test {
     parser().setBackupManager(nullptr);
     parser().resetParser();
     parser().setDelegate({});
+    parser().setDispatchTable(DispatchTable::standard());
   }
   static IOSDataParser& parser() { return IOSDataParser::shared(); }
 
