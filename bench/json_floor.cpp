@@ -2,14 +2,15 @@
 // (the stream blocks and every .json file below the folder) with simdjson alone, one document
 // at a time, and prints "floor: bytes=N seconds=S".
 //
-//   json_floor RECORDING [--stat KEY]
+//   json_floor RECORDING [--stat KEY[,KEY...]]
 //
 // With --stat, the floor also asks the file system about every file that a string member named
-// KEY names, anywhere in the documents (one stat each): the least a scan that checks its files
-// must do.
+// by one of the KEYs names, anywhere in the documents (one stat each): the least a scan that
+// checks its files must do.
 #include <simdjson.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -19,24 +20,26 @@
 
 namespace {
 
-// Stats the file of every string member named `key` below `element`; counts the files found.
-void statNamedFiles(simdjson::dom::element element, std::string_view key, std::uint64_t& stats,
-                    std::uint64_t& found) {
+// Stats the file of every string member named by one of `keys` below `element`; counts the
+// files found.
+void statNamedFiles(simdjson::dom::element element, const std::vector<std::string>& keys,
+                    std::uint64_t& stats, std::uint64_t& found) {
   if (element.is_array()) {
     simdjson::dom::array array = element.get_array().value_unsafe();
     for (simdjson::dom::element child : array) {
-      statNamedFiles(child, key, stats, found);
+      statNamedFiles(child, keys, stats, found);
     }
   } else if (element.is_object()) {
     simdjson::dom::object object = element.get_object().value_unsafe();
     for (simdjson::dom::key_value_pair member : object) {
-      if (member.key == key && member.value.is_string()) {
+      bool named = std::find(keys.begin(), keys.end(), member.key) != keys.end();
+      if (named && member.value.is_string()) {
         std::string path(member.value.get_string().value_unsafe());
         struct stat info {};
         ++stats;
         if (::stat(path.c_str(), &info) == 0) ++found;
       } else {
-        statNamedFiles(member.value, key, stats, found);
+        statNamedFiles(member.value, keys, stats, found);
       }
     }
   }
@@ -45,10 +48,17 @@ void statNamedFiles(simdjson::dom::element element, std::string_view key, std::u
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string statKey;
-  if (argc == 4 && std::string_view(argv[2]) == "--stat") statKey = argv[3];
-  if (argc != 2 && statKey.empty()) {
-    std::fprintf(stderr, "usage: json_floor RECORDING [--stat KEY]\n");
+  std::vector<std::string> statKeys;
+  if (argc == 4 && std::string_view(argv[2]) == "--stat") {
+    std::string_view list = argv[3];
+    for (std::size_t at = 0; at <= list.size();) {
+      std::size_t comma = std::min(list.find(',', at), list.size());
+      if (comma > at) statKeys.emplace_back(list.substr(at, comma - at));
+      at = comma + 1;
+    }
+  }
+  if (argc != 2 && statKeys.empty()) {
+    std::fprintf(stderr, "usage: json_floor RECORDING [--stat KEY[,KEY...]]\n");
     return 2;
   }
   namespace fs = std::filesystem;
@@ -77,7 +87,7 @@ int main(int argc, char** argv) {
       return 1;
     }
     elements += root.is_object() ? 1 : 0;
-    if (!statKey.empty()) statNamedFiles(root, statKey, stats, found);
+    if (!statKeys.empty()) statNamedFiles(root, statKeys, stats, found);
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::printf("floor: bytes=%llu seconds=%.3f documents=%llu stats=%llu files=%llu\n",

@@ -3,5 +3,5 @@
 # of two accounts (see bench/scan_case.sh for what is measured). Its last line:
 #   wechat: messages=N seconds=S floor_seconds=F ratio=R input_bytes=I peak_rss_bytes=M rss_ratio=Q
 MESSAGES=${WECHAT_MESSAGES:-1000000}
-exec "$(dirname "$0")/scan_case.sh" wechat "$MESSAGES" -- --messages "$MESSAGES" \
+exec "$(dirname "$0")/scan_case.sh" wechat "$MESSAGES" --stat media_backup,thumb_backup -- --messages "$MESSAGES" \
   --conversations "${WECHAT_CONVERSATIONS:-5000}"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # One scan at scale, shared by the scan benchmarks (bench/run_*.sh):
-#   bench/scan_case.sh KIND SIZE [--backup] [--stat FIELD] [--unit NAME] [--records] -- GENERATOR_ARGS...
+#   bench/scan_case.sh KIND SIZE [--backup] [--stat FIELD[,FIELD...]] [--unit NAME] [--records] -- GENERATOR_ARGS...
 # generates a recording of KIND (generate_recording KIND GENERATOR_ARGS) once, outside the
 # repository, then measures in one run (a) the floor and (b) the whole scan through
 # IOSDataParser and its engine, each in its own process, and prints as its last line
