@@ -26,6 +26,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -64,8 +65,13 @@ class IOSBaseSingleItem : public IOSBaseItem {
   void setBelong(std::string belong) { storeTextField(kBelongField, std::move(belong)); }
   virtual const std::string& text() const { return textField(kTextField); }
   void setText(std::string text) { storeTextField(kTextField, std::move(text)); }
-  const OptionalDate& sendDate() const { return sendDate_; }
-  void setSendDate(OptionalDate sendDate) { sendDate_ = sendDate; }
+  OptionalDate sendDate() const {
+    if (sendDate_ == kNoDate) return std::nullopt;
+    return Date(std::chrono::microseconds(sendDate_));
+  }
+  void setSendDate(OptionalDate sendDate) {
+    sendDate_ = sendDate ? sendDate->time_since_epoch().count() : kNoDate;
+  }
   virtual const std::string& strSendDate() const { return textField(kStrSendDateField); }
   void setStrSendDate(std::string strSendDate) {
     storeTextField(kStrSendDateField, std::move(strSendDate));
@@ -128,7 +134,9 @@ class IOSBaseSingleItem : public IOSBaseItem {
   };
 
   mutable std::unique_ptr<TextFields> texts_;
-  OptionalDate sendDate_;
+  // Microseconds since 1970, kNoDate for none: a million messages carry one word, not an optional.
+  static constexpr std::int64_t kNoDate = std::numeric_limits<std::int64_t>::min();
+  std::int64_t sendDate_ = kNoDate;
   std::string from_;
   mutable AttachmentPtr attachment_;
   ImagePtr image_;

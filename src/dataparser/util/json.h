@@ -127,37 +127,46 @@ class View {
   std::size_t tapeIndex_ = 0;
 };
 
-// Shared, owning handle. Copying it copies a shared_ptr.
+// Shared, owning handle. Copying it copies a shared_ptr. Items keep one for their record, so it
+// is kept small: the owner and the element's tape index (0, the tape's root word, for none).
 class Value {
  public:
   Value() = default;
   Value(std::shared_ptr<const Document> document, View view)
-      : document_(std::move(document)), view_(view) {}
+      : document_(std::move(document)),
+        tapeIndex_(view.document_ != nullptr && document_ != nullptr ? view.tapeIndex_ : 0) {}
 
-  const View& view() const { return view_; }
+  View view() const {
+    View element;
+    if (tapeIndex_ != 0) {
+      element.document_ = document_.get();
+      element.tapeIndex_ = tapeIndex_;
+    }
+    return element;
+  }
   // Another element of the same document, sharing its ownership.
   Value sub(View element) const { return Value(document_, element); }
   const std::shared_ptr<const Document>& document() const { return document_; }
 
   // Forwarders so that a Value reads like a View.
-  Type type() const { return view_.type(); }
-  bool present() const { return view_.present(); }
-  bool isObject() const { return view_.isObject(); }
-  bool isArray() const { return view_.isArray(); }
-  bool isString() const { return view_.isString(); }
-  View operator[](std::string_view key) const { return view_[key]; }
+  Type type() const { return view().type(); }
+  bool present() const { return view().present(); }
+  bool isObject() const { return view().isObject(); }
+  bool isArray() const { return view().isArray(); }
+  bool isString() const { return view().isString(); }
+  View operator[](std::string_view key) const { return view()[key]; }
   template <std::size_t N>
   std::array<View, N> fields(const std::string_view (&keys)[N]) const {
-    return view_.fields(keys);
+    return view().fields(keys);
   }
-  View at(std::size_t index) const { return view_.at(index); }
-  std::size_t size() const { return view_.size(); }
+  View at(std::size_t index) const { return view().at(index); }
+  std::size_t size() const { return view().size(); }
   ArrayRange elements() const;
   ObjectRange members() const;
 
  private:
   std::shared_ptr<const Document> document_;
-  View view_;
+  std::size_t tapeIndex_ = 0;
 };
 
 class ArrayRange {
@@ -230,10 +239,10 @@ class ObjectRange {
 };
 
 inline ArrayRange Value::elements() const {
-  return view_.elements();
+  return view().elements();
 }
 inline ObjectRange Value::members() const {
-  return view_.members();
+  return view().members();
 }
 
 // Parses JSON text whose top level is an object or an array (a bare scalar is an error, as with

@@ -71,8 +71,9 @@ class IOSSMSSingleItem : public IOSBaseSingleItem {
   };
   AttachmentPaths& paths();
 
-  std::unique_ptr<AttachmentPaths> paths_;
+  // First, so that it fills the base's tail padding.
   float duration_ = 0;
+  std::unique_ptr<AttachmentPaths> paths_;
 };
 
 class IOSSMSSessionItem : public IOSBaseSessionItem {
