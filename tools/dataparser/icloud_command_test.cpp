@@ -39,5 +39,50 @@ TEST(ICloudCommandTest, SampleFolderExportsEveryListAndBadInputExitsNonZero) {
   EXPECT_EQ(downloadKinds("calendar,notes"), 0x500u);
 }
 
+std::string contents(std::FILE* file) {
+  std::rewind(file);
+  std::string text;
+  for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file))
+    text.push_back(char(c));
+  return text;
+}
+
+TEST(ICloudCommandTest, ProgressLinesAndFreeSpaceWarning) {
+  EXPECT_EQ(progressLine({"/d/0cc1.jpg", 19, true, ""}), "0cc1.jpg  19 bytes  done");
+  EXPECT_EQ(progressLine({"/d/x.png", -1, false, "timed out"}),
+            "x.png  0 bytes  failed: timed out");
+
+  auto hundredFree = [](std::uint64_t size, const std::string&) -> std::uint64_t {
+    return size > 100 ? size - 100 : 0;
+  };
+  EXPECT_EQ(freeSpaceWarning(100, "/d", hundredFree), std::nullopt);
+  EXPECT_EQ(freeSpaceWarning(0, "/d", [](std::uint64_t, const std::string&) { return 7u; }),
+            std::nullopt);  // nothing to fetch
+  EXPECT_EQ(freeSpaceWarning(150, "/d", hundredFree),
+            "dataparser: /d may be short of 50 bytes for the download (estimate 150 bytes); "
+            "going on");
+
+  // Through the command, with no free space at all: a warning, and the run still goes on. The
+  // output is not a terminal, so no progress lines.
+  testing::TempDir dir;
+  ICloudOptions options;
+  options.folder = testing::fixturePath("../../samples/icloud-demo");
+  options.downloadPath = dir.str() + "/fetched";
+  std::string probed;
+  options.freeSpace = [&](std::uint64_t size, const std::string& folder) {
+    probed = folder;
+    return size;
+  };
+  std::FILE* out = std::tmpfile();
+  std::FILE* err = std::tmpfile();
+  EXPECT_EQ(runICloud(options, out, err), 0);
+  EXPECT_EQ(probed, options.downloadPath);
+  EXPECT_NE(contents(err).find("may be short of"), std::string::npos);
+  EXPECT_EQ(contents(out).find(" bytes  "), std::string::npos);
+  EXPECT_TRUE(isDirectory(options.downloadPath));
+  std::fclose(out);
+  std::fclose(err);
+}
+
 }  // namespace
 }  // namespace dataparser::cli
