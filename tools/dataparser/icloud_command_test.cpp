@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/json.h"
+#include "dataparser/util/text.h"
 #include "tests/test_support.h"
 
 namespace dataparser::cli {
@@ -81,6 +86,32 @@ TEST(ICloudCommandTest, ProgressLinesAndFreeSpaceWarning) {
   EXPECT_EQ(contents(out).find(" bytes  "), std::string::npos);
   EXPECT_TRUE(isDirectory(options.downloadPath));
   std::fclose(out);
+  std::fclose(err);
+}
+
+TEST(ICloudCommandTest, ATerminalGetsOneLinePerFile) {
+  int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    if (master >= 0) close(master);
+    GTEST_SKIP() << "no pseudo-terminal here";
+  }
+  std::FILE* terminal = std::fopen(ptsname(master), "w");
+  ASSERT_NE(terminal, nullptr);
+  testing::TempDir dir;
+  ICloudOptions options;
+  options.folder = testing::fixturePath("../../samples/icloud-demo");
+  options.downloadPath = dir.str() + "/fetched";
+  options.kinds = "photos";
+  std::FILE* err = std::tmpfile();
+  EXPECT_EQ(runICloud(options, terminal, err), 0);
+  std::fclose(terminal);
+  std::string shown;
+  char buffer[4096];
+  for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;)
+    shown.append(buffer, n);
+  close(master);
+  // The sample's one missing picture points at a closed port.
+  EXPECT_NE(shown.find(md5String("P2") + ".jpg  805 bytes  failed: "), std::string::npos) << shown;
   std::fclose(err);
 }
 
