@@ -192,7 +192,10 @@ TEST_F(DownloadRunTest, KindsStopsDroppedConnectionsAndTimeOuts) {
   parser().downloadFilesWithURLStr(server.url("/files/v1.png?trickle=1&every=100"), 5,
                                    dest.str() + "/slow.png",
                                    [](bool, const std::optional<std::string>&) {});
-  EXPECT_EQ(logs.run().lines(), std::vector<std::string>{"download timeout!! "});
+  // The dropped download's downloader may still be letting go on the main queue.
+  auto lines = logs.run().lines();
+  std::erase_if(lines, [](const std::string& line) { return line.ends_with(" dealloc"); });
+  EXPECT_EQ(lines, std::vector<std::string>{"download timeout!! "});
   std::this_thread::sleep_for(std::chrono::milliseconds(900));
   while (parser().photoSignal().try_acquire()) {
   }
