@@ -1,14 +1,20 @@
 #include "tools/dataparser/icloud_command.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <sstream>
 #include <thread>
 
+#include <fmt/format.h>
+
 #include "dataparser/core/delegate.h"
 #include "dataparser/core/ios_data_parser.h"
-#include "dataparser/icloud/download_runs.h"
 #include "dataparser/icloud/icloud_codes.h"
+#include "dataparser/util/file_helper.h"
+#include "dataparser/util/path.h"
 #include "tools/dataparser/scan_command.h"
 #include "tools/dataparser/scan_export.h"
 
@@ -32,6 +38,47 @@ std::optional<std::uint32_t> downloadKinds(const std::string& kinds) {
   }
   return set;
 }
+
+std::string progressLine(const icloud::DownloadNotice& notice) {
+  std::string line = fmt::format("{}  {} bytes  ", path::lastPathComponent(notice.path),
+                                 std::max<std::int64_t>(0, notice.bytes));
+  return line + (notice.done ? "done" : "failed: " + notice.error);
+}
+
+std::optional<std::string> freeSpaceWarning(std::int64_t estimate, const std::string& folder,
+                                            const FreeSpaceProbe& probe) {
+  if (estimate <= 0) return std::nullopt;
+  std::uint64_t missing = probe(static_cast<std::uint64_t>(estimate), folder);
+  if (missing == 0) return std::nullopt;
+  return fmt::format(
+      "dataparser: {} may be short of {} bytes for the download (estimate {} bytes); going on",
+      folder, missing, estimate);
+}
+
+namespace {
+
+// Fetches the missing files into `folder` on a worker thread: the runs wait for each file while
+// the downloader reports on the main queue.
+void download(IOSDataParser& parser, const ICloudOptions& options, std::uint32_t kinds,
+              const std::string& folder, std::FILE* out, std::FILE* err) {
+  // The run creates the folder too; the free space is read from it, not from a missing path.
+  createDirectories(folder);
+  FreeSpaceProbe probe = options.freeSpace ? options.freeSpace : FreeSpaceProbe(isSpaceEnough);
+  if (auto warning = freeSpaceWarning(parser.sizeForWillDownloadAttachment(), folder, probe)) {
+    std::fprintf(err, "%s\n", warning->c_str());
+  }
+  if (isatty(fileno(out)) != 0) {
+    icloud::setDownloadListener([out](const icloud::DownloadNotice& notice) {
+      std::fprintf(out, "%s\n", progressLine(notice).c_str());
+      std::fflush(out);
+    });
+  }
+  std::thread worker([&] { parser.startDownloadFilesWithType(kinds, folder); });
+  worker.join();
+  icloud::setDownloadListener({});
+}
+
+}  // namespace
 
 int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err) {
   namespace fs = std::filesystem;
@@ -66,13 +113,7 @@ int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err) {
   parser.setupiCloudParser();
   parser.startParseiCloudBackupWithPath(folder.string());
   if (!options.downloadPath.empty()) {
-    // The runs wait for each file while the downloader reports on the main queue: they run on
-    // a worker thread of their own.
-    std::thread worker([&] {
-      icloud::startDownloadFilesWithType(parser, *kinds,
-                                         fs::absolute(options.downloadPath, error).string());
-    });
-    worker.join();
+    download(parser, options, *kinds, fs::absolute(options.downloadPath, error).string(), out, err);
   }
   scan->finish(1);
   parser.setDelegate({});

@@ -21,6 +21,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -172,6 +173,24 @@ class IOSDataParser final : public BackupManagerObserver {
   ItemList icloudReminderShowArr() const;
   std::string icloudDownloadPath() const;
   void setIcloudDownloadPath(std::string path);
+
+  // Download runs: the files the iCloud records only name by URL are fetched one at a time
+  // into `icloudDownloadPath` under md5-derived names, so a second run finds them again. They
+  // block the caller while each file downloads (completions arrive on the MainQueue): call them
+  // from a worker thread. setupiCloudParser also lets calendar items fetch their own files.
+  // Byte estimate for a progress display (running sums for notes and photos, as the host's
+  // progress bar expects).
+  std::int64_t sizeForWillDownloadAttachment() const;
+  // `type` is a set of download kinds, not an IOSDataType: 0x400 calendar attachments, 0x100
+  // note attachments, 0x2 photos, 0x4 videos, run in that order. A non-empty `toPath` becomes
+  // `icloudDownloadPath` first.
+  void startDownloadFilesWithType(std::uint32_t type, const std::string& toPath);
+  // One blocking download of `url` to `toPath`, serialised by `photoSignal`. `completed` gets
+  // (true, nothing) when the file is there, else (false, the error's text); after a time-out
+  // (logged "download timeout!! ") it is not called at all.
+  using DownloadCompleted = std::function<void(bool success, std::optional<std::string> error)>;
+  void downloadFilesWithURLStr(const std::string& url, std::int64_t fileSize,
+                               const std::string& toPath, const DownloadCompleted& completed);
 
   void stopParse();
   void stopBackup();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "dataparser/core/ios_data_parser.h"
@@ -17,12 +18,31 @@
 #include "dataparser/util/text.h"
 #include "dataparser/util/url_encoding.h"
 
-namespace dataparser::icloud {
+namespace dataparser {
 
 namespace {
 
 using Which = IOSDataParser::ICloudParser;
 std::atomic<std::int64_t> timeoutMs{std::int64_t{1800} * 1000};
+
+struct Listener {
+  std::mutex mutex;
+  icloud::DownloadListener listener;
+};
+Listener& listenerSlot() {
+  static Listener slot;
+  return slot;
+}
+
+void notify(const icloud::DownloadNotice& notice) {
+  icloud::DownloadListener listener;
+  {
+    Listener& slot = listenerSlot();
+    std::lock_guard lock(slot.mutex);
+    listener = slot.listener;
+  }
+  if (listener) listener(notice);
+}
 
 template <class T>
 std::shared_ptr<T> parserAs(const IOSDataParser& coordinator, Which which) {
@@ -59,12 +79,12 @@ void fetchAttachment(IOSDataParser& coordinator, IOSAttachmentItem& attachment,
     attachment.setLocalPath(target);
     return;
   }
-  downloadFilesWithURLStr(coordinator, attachment.url(), attachment.size(), target,
-                          [&](bool success, const std::optional<std::string>&) {
-                            if (!success) return;
-                            attachment.setLocalPath(target);
-                            fetched();
-                          });
+  coordinator.downloadFilesWithURLStr(attachment.url(), attachment.size(), target,
+                                      [&](bool success, const std::optional<std::string>&) {
+                                        if (!success) return;
+                                        attachment.setLocalPath(target);
+                                        fetched();
+                                      });
 }
 
 void downloadCalendarAttachments(IOSDataParser& coordinator, const std::string& folder) {
@@ -167,14 +187,15 @@ void downloadPhotos(IOSDataParser& coordinator, const std::string& folder) {
       photo->setThumbPath(target);
       continue;
     }
-    downloadFilesWithURLStr(coordinator, std::string(photo->imageUrl()), photo->size(), target,
-                            [&](bool success, const std::optional<std::string>&) {
-                              if (!success) return;
-                              photo->setLocalPath(target);
-                              photo->setThumbPath(target);
-                              parser->addShowPhotoItem(photo);
-                              reportTo(coordinator, *parser->showPhotoArr(), IOSDataTypePhoto);
-                            });
+    coordinator.downloadFilesWithURLStr(std::string(photo->imageUrl()), photo->size(), target,
+                                        [&](bool success, const std::optional<std::string>&) {
+                                          if (!success) return;
+                                          photo->setLocalPath(target);
+                                          photo->setThumbPath(target);
+                                          parser->addShowPhotoItem(photo);
+                                          reportTo(coordinator, *parser->showPhotoArr(),
+                                                   IOSDataTypePhoto);
+                                        });
   }
   RunLog::writeData("-----> download Photo End");
 }
@@ -193,10 +214,11 @@ void downloadPhotoVideos(IOSDataParser& coordinator, const std::string& folder) 
       if (fileExists(thumb)) {
         video->setThumbPath(thumb);
       } else {
-        downloadFilesWithURLStr(coordinator, std::string(video->thumbUrl()), video->thumbSize(),
-                                thumb, [&](bool success, const std::optional<std::string>&) {
-                                  if (success) video->setThumbPath(thumb);
-                                });
+        coordinator.downloadFilesWithURLStr(std::string(video->thumbUrl()), video->thumbSize(),
+                                            thumb,
+                                            [&](bool success, const std::optional<std::string>&) {
+                                              if (success) video->setThumbPath(thumb);
+                                            });
       }
     }
     if (coordinator.parseStoped()) break;
@@ -206,45 +228,70 @@ void downloadPhotoVideos(IOSDataParser& coordinator, const std::string& folder) 
       video->setLocalPath(target);
       continue;
     }
-    downloadFilesWithURLStr(coordinator, std::string(video->imageUrl()), video->size(), target,
-                            [&](bool success, const std::optional<std::string>&) {
-                              if (!success) return;
-                              video->setLocalPath(target);
-                              parser->addShowVideoItem(video);
-                              reportTo(coordinator, *parser->showPhotoVideoArr(),
-                                       kResultPhotoVideos);
-                            });
+    coordinator.downloadFilesWithURLStr(std::string(video->imageUrl()), video->size(), target,
+                                        [&](bool success, const std::optional<std::string>&) {
+                                          if (!success) return;
+                                          video->setLocalPath(target);
+                                          parser->addShowVideoItem(video);
+                                          reportTo(coordinator, *parser->showPhotoVideoArr(),
+                                                   kResultPhotoVideos);
+                                        });
   }
   RunLog::writeData("-----> download Photo Videos End");
 }
 
 }  // namespace
 
+namespace icloud {
+
 void setDownloadTimeout(std::chrono::milliseconds timeout) {
   timeoutMs.store(timeout.count());
 }
 
-void downloadFilesWithURLStr(IOSDataParser& coordinator, const std::string& url,
-                             std::int64_t fileSize, const std::string& toPath,
-                             const DownloadCompleted& completed) {
+void setDownloadListener(DownloadListener listener) {
+  Listener& slot = listenerSlot();
+  std::lock_guard lock(slot.mutex);
+  slot.listener = std::move(listener);
+}
+
+IOSCalendarItem::AttachmentTransfer fileDownloaderTransfer() {
+  return [](const std::string& url, const std::string& path,
+            std::function<void(std::optional<std::string> error)> done) {
+    // A started downloader keeps itself alive until its completion has been delivered.
+    auto downloader = FileDownloader::initWithURL(urlQueryEncoded(url), path, {}, {});
+    downloader->setCompletionHandler(
+        [done = std::move(done)](const std::optional<DownloadError>& error) {
+          done(error ? std::optional<std::string>(error->message) : std::nullopt);
+        });
+    downloader->start();
+  };
+}
+
+}  // namespace icloud
+
+void IOSDataParser::downloadFilesWithURLStr(const std::string& url, std::int64_t fileSize,
+                                            const std::string& toPath,
+                                            const DownloadCompleted& completed) {
   auto downloader = FileDownloader::initWithURL(urlQueryEncoded(url), toPath, {}, {});
   downloader->setExpectedContentLength(fileSize);
-  std::counting_semaphore<>& signal = coordinator.photoSignal();
+  std::counting_semaphore<>& signal = photoSignal();
   // The completion may arrive after a time-out: it owns what it needs.
   auto done = std::make_shared<DownloadCompleted>(completed);
   auto finished = std::make_shared<std::atomic<bool>>(false);
   downloader->setCompletionHandler(
-      [url, toPath, done, finished, &signal](std::optional<DownloadError> error) {
+      [url, toPath, fileSize, done, finished, &signal](std::optional<DownloadError> error) {
         if (!finished->load()) {
+          std::optional<std::string> failure;
           if (error) {
             RunLog::write("下载失败 URL:{}", url);
-            (*done)(false, error->message);
-          } else if (isRegularFile(toPath)) {
-            (*done)(true, std::nullopt);
-          } else {
+            failure = error->message;
+          } else if (!isRegularFile(toPath)) {
             RunLog::write("下载成功但文件没保存到本地:{}", url);
-            (*done)(false, std::string("下载成功但文件没保存到本地!!!"));
+            failure = "下载成功但文件没保存到本地!!!";
           }
+          (*done)(!failure, failure);
+          notify({toPath, failure ? fileSize : static_cast<std::int64_t>(fileSizeAtPath(toPath)),
+                  !failure, failure.value_or("")});
         }
         signal.release();
       });
@@ -253,22 +300,24 @@ void downloadFilesWithURLStr(IOSDataParser& coordinator, const std::string& url,
     // A late completion must not touch the caller's records any more.
     finished->store(true);
     RunLog::writeData("download timeout!! ");
+    notify({toPath, fileSize, false, "timed out"});
   }
 }
 
-void startDownloadFilesWithType(IOSDataParser& coordinator, std::uint32_t type,
-                                const std::string& toPath) {
-  if (!toPath.empty()) coordinator.setIcloudDownloadPath(toPath);
-  std::string folder = coordinator.icloudDownloadPath();
+void IOSDataParser::startDownloadFilesWithType(std::uint32_t type, const std::string& toPath) {
+  using namespace icloud;
+  if (!toPath.empty()) setIcloudDownloadPath(toPath);
+  std::string folder = icloudDownloadPath();
   if (folder.empty()) return;
   createDirectories(folder);
-  if (type & kDownloadCalendarAttachments) downloadCalendarAttachments(coordinator, folder);
-  if (type & kDownloadNoteAttachments) downloadNoteAttachments(coordinator, folder);
-  if (type & kDownloadPhotos) downloadPhotos(coordinator, folder);
-  if (type & kDownloadVideos) downloadPhotoVideos(coordinator, folder);
+  if (type & kDownloadCalendarAttachments) downloadCalendarAttachments(*this, folder);
+  if (type & kDownloadNoteAttachments) downloadNoteAttachments(*this, folder);
+  if (type & kDownloadPhotos) downloadPhotos(*this, folder);
+  if (type & kDownloadVideos) downloadPhotoVideos(*this, folder);
 }
 
-std::int64_t sizeForWillDownloadAttachment(IOSDataParser& coordinator) {
+std::int64_t IOSDataParser::sizeForWillDownloadAttachment() const {
+  const IOSDataParser& coordinator = *this;
   std::int64_t total = 0;
   if (auto calendar = parserAs<IOSCalendarParser>(coordinator, Which::kCalendar)) {
     for (const ItemPtr& item : calendar->items()) {
@@ -306,4 +355,4 @@ std::int64_t sizeForWillDownloadAttachment(IOSDataParser& coordinator) {
   return total;
 }
 
-}  // namespace dataparser::icloud
+}  // namespace dataparser

@@ -8,6 +8,7 @@
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/icloud/album.h"
 #include "dataparser/icloud/backup_info.h"
+#include "dataparser/icloud/download_runs.h"
 #include "dataparser/parsers/media/photo.h"
 #include "dataparser/parsers/personal/calendar.h"
 #include "dataparser/parsers/personal/contacts.h"
@@ -63,6 +64,8 @@ void IOSDataParser::setupiCloudParser() {
   setICloudParser(ICloudParser::kCalendar, std::make_shared<IOSCalendarParser>());
   setICloudParser(ICloudParser::kNote, std::make_shared<IOSNoteParser>());
   setICloudParser(ICloudParser::kReminder, std::make_shared<IOSReminderParser>());
+  // A calendar item fetches its own attachment through the same downloader as the runs.
+  IOSCalendarItem::setAttachmentTransfer(icloud::fileDownloaderTransfer());
 }
 
 void IOSDataParser::releaseiCloudParser() {
@@ -70,6 +73,7 @@ void IOSDataParser::releaseiCloudParser() {
                              ICloudParser::kNote, ICloudParser::kReminder}) {
     setICloudParser(which, nullptr);
   }
+  IOSCalendarItem::setAttachmentTransfer({});
 }
 
 ItemList IOSDataParser::icloudNoteShowArr() const {
