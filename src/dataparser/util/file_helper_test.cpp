@@ -33,9 +33,12 @@ TEST(FileHelperTest, WorkingRootThatCannotBeCreatedIsLoggedAndReturned) {
   testing::LogCapture logs;
   testing::TempDir dir;
   std::string blocker = dir.write("file", "x");
+  const std::string host = bundleIdentifier();
   setApplicationSupportRoot(blocker);
   setBundleIdentifier("host");
   EXPECT_EQ(productDomainPath(), blocker + "/host");
+  setBundleIdentifier(host);
+  setApplicationSupportRoot("");
   ASSERT_EQ(logs.system().lines().size(), 1u);
   EXPECT_TRUE(logs.system().lines()[0].starts_with("Create path failed: " + blocker + "/host, "));
 }
