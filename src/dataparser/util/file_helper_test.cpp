@@ -12,7 +12,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Gives the process's host configuration back when a test that changes it ends.
+struct HostRestore {
+  std::string id = bundleIdentifier();
+  ~HostRestore() {
+    setBundleIdentifier(id);
+    setApplicationSupportRoot("");
+  }
+};
+
 TEST(FileHelperTest, WorkingRootFollowsHostAndXdgAndIsCreated) {
+  HostRestore restore;
   testing::TempDir dir;
   setApplicationSupportRoot(dir.str() + "/support");
   setBundleIdentifier("com.example.host");
@@ -33,12 +43,10 @@ TEST(FileHelperTest, WorkingRootThatCannotBeCreatedIsLoggedAndReturned) {
   testing::LogCapture logs;
   testing::TempDir dir;
   std::string blocker = dir.write("file", "x");
-  const std::string host = bundleIdentifier();
+  HostRestore restore;
   setApplicationSupportRoot(blocker);
   setBundleIdentifier("host");
   EXPECT_EQ(productDomainPath(), blocker + "/host");
-  setBundleIdentifier(host);
-  setApplicationSupportRoot("");
   ASSERT_EQ(logs.system().lines().size(), 1u);
   EXPECT_TRUE(logs.system().lines()[0].starts_with("Create path failed: " + blocker + "/host, "));
 }

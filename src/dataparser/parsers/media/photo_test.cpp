@@ -329,6 +329,7 @@ TEST_F(PhotoDownloadTest, DownloadSetsBothPathsAndNamesStayInsideTheFolder) {
     EXPECT_EQ(item->localPath(), c.expected);
     EXPECT_EQ(item->thumbPath(), c.expected);
     EXPECT_EQ(readFile(c.expected), "picture");
+    fs::remove(c.expected);  // the working root is shared with later tests
   }
   EXPECT_FALSE(fs::exists(fs::path(productDomainPath()).parent_path() / "escape.jpg"));
 }
