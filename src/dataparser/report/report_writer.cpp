@@ -11,12 +11,16 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
@@ -161,8 +165,9 @@ class ReportFolder {
     return it->second;
   }
 
-  // The link of a local file (an absolute path of a regular file): its file: URL, or with
-  // copyMedia the path of its copy. "" for any other path. One look per distinct path.
+  // The link of a local file (an absolute path of a regular file) as a JSON object,
+  // {"href": its file: URL or with copyMedia the path of its copy, "file": its name}; "" for any
+  // other path. One look per distinct path.
   const std::string& link(std::string_view path) {
     auto it = links_.find(path);
     if (it != links_.end()) return it->second;
@@ -170,13 +175,27 @@ class ReportFolder {
     std::string link;
     if (!file.empty() && file.front() == '/' && file.find('\0') == std::string::npos &&
         isRegularFile(file)) {
-      link = copyMedia_ ? copy(file) : fileUrl(file);
+      rapidjson::StringBuffer buffer;
+      JsonWriter writer(buffer);
+      writer.StartObject();
+      writer.Key("href");
+      writeString(writer, copyMedia_ ? copy(file) : fileUrl(file));
+      writer.Key("file");
+      writeString(writer, path::lastPathComponent(file));
+      writer.EndObject();
+      link.assign(buffer.GetString(), buffer.GetSize());
     }
     return links_.emplace(std::move(file), std::move(link)).first->second;
   }
 
-  const std::string& error() const { return error_; }
-  bool failed() const { return !error_.empty(); }
+  std::string error() const {
+    std::lock_guard lock(errorMutex_);
+    return error_;
+  }
+  bool failed() const {
+    std::lock_guard lock(errorMutex_);
+    return !error_.empty();
+  }
 
  private:
   std::string copy(const std::string& path) {
@@ -195,17 +214,81 @@ class ReportFolder {
   }
 
   bool fail(std::string message) {
+    std::lock_guard lock(errorMutex_);
     if (error_.empty()) error_ = std::move(message);
     return false;
   }
 
   fs::path root_;
   bool copyMedia_;
+  mutable std::mutex errorMutex_;  // `write` also runs on the page writer's thread
   std::string error_;
   std::unordered_map<const Image*, std::string> thumbnails_;
   std::size_t thumbnailCount_ = 0;
   std::unordered_map<std::string, std::string, StringHash, std::equal_to<>> links_;
   std::size_t copies_ = 0;
+};
+
+// Writes finished data files on a thread of its own, so that the next page is built while the
+// last one goes to disk. At most `kQueued` pages wait; their buffers come back for reuse.
+// Failures land in the folder's error. The destructor writes what is queued and joins.
+class PageWriter {
+ public:
+  explicit PageWriter(ReportFolder& folder) : folder_(folder), thread_([this] { run(); }) {}
+  ~PageWriter() {
+    {
+      std::lock_guard lock(mutex_);
+      done_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+  PageWriter(const PageWriter&) = delete;
+  PageWriter& operator=(const PageWriter&) = delete;
+
+  // Queues `prefix` + `body` + `suffix` for data/`id`.js; `body` becomes an empty buffer.
+  void write(const std::string& id, rapidjson::StringBuffer& body) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return queue_.size() < kQueued; });
+    queue_.push_back(Job{id, std::move(body)});
+    if (!spare_.empty()) {
+      body = std::move(spare_.back());
+      spare_.pop_back();
+    }
+    changed_.notify_all();
+  }
+
+ private:
+  static constexpr std::size_t kQueued = 4;
+  struct Job {
+    std::string id;
+    rapidjson::StringBuffer body;
+  };
+
+  void run() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      changed_.wait(lock, [this] { return done_ || !queue_.empty(); });
+      if (queue_.empty()) return;
+      Job job = std::move(queue_.front());
+      queue_.pop_front();
+      changed_.notify_all();
+      lock.unlock();
+      folder_.write("data/" + job.id + ".js", "DP.onData(\"" + job.id + "\",",
+                    std::string_view(job.body.GetString(), job.body.GetSize()), ");\n");
+      job.body.Clear();
+      lock.lock();
+      if (spare_.size() < kQueued) spare_.push_back(std::move(job.body));
+    }
+  }
+
+  ReportFolder& folder_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Job> queue_;
+  std::vector<rapidjson::StringBuffer> spare_;
+  bool done_ = false;
+  std::thread thread_;  // last: starts once the members above exist
 };
 
 // One data file in the making: a JSON array of objects.
@@ -221,12 +304,10 @@ class DataPage {
   JsonWriter& writer() { return writer_; }
   void added() { ++count_; }
   std::size_t count() const { return count_; }
-  // Ends the array and writes the page as `DP.onData("id", [...]);`.
-  bool flush(ReportFolder& folder, const std::string& id) {
+  // Ends the array and hands the page to `pages`, which writes it as `DP.onData("id", [...]);`.
+  void flush(PageWriter& pages, const std::string& id) {
     writer_.EndArray();
-    std::string prefix = "DP.onData(\"" + id + "\",";
-    return folder.write("data/" + id + ".js", prefix,
-                        std::string_view(buffer_.GetString(), buffer_.GetSize()), ");\n");
+    pages.write(id, buffer_);
   }
 
  private:
@@ -250,7 +331,7 @@ struct ListSummary {
 class ReportFieldWriter final : public FieldVisitor {
  public:
   ReportFieldWriter(ReportFolder& folder, std::size_t pageSize)
-      : folder_(folder), pageSize_(std::max<std::size_t>(pageSize, 1)) {}
+      : folder_(folder), pages_(folder), pageSize_(std::max<std::size_t>(pageSize, 1)) {}
 
   ListSummary writeList(IOSDataType code, const ItemList& items) {
     code_ = code;
@@ -275,12 +356,12 @@ class ReportFieldWriter final : public FieldVisitor {
       listPage_.added();
       ++summary.count;
       if (listPage_.count() == pageSize_) {
-        listPage_.flush(folder_, listId(page++));
+        listPage_.flush(pages_, listId(page++));
         out_ = &listPage_.start();
       }
     }
-    if (listPage_.count() > 0 || page == 0) listPage_.flush(folder_, listId(page++));
-    if (messagePage_.count() > 0) messagePage_.flush(folder_, messageFileId(messageFiles_++));
+    if (listPage_.count() > 0 || page == 0) listPage_.flush(pages_, listId(page++));
+    if (messagePage_.count() > 0) messagePage_.flush(pages_, messageFileId(messageFiles_++));
     summary.pages = page;
     summary.kind = sawContents_ ? "chat" : (sawPicture_ || sawAttachment_) ? "grid" : "cards";
     return summary;
@@ -296,15 +377,10 @@ class ReportFieldWriter final : public FieldVisitor {
   void onString(std::string_view name, std::string_view text) override {
     if (leftOut(name, text.empty())) return;
     if (namesLocalFile(name)) {
-      const std::string& href = folder_.link(text);
-      if (!href.empty()) {
+      const std::string& link = folder_.link(text);
+      if (!link.empty()) {
         value(name);
-        out_->StartObject();
-        out_->Key("href");
-        writeString(*out_, href);
-        out_->Key("file");
-        writeString(*out_, path::lastPathComponent(text));
-        out_->EndObject();
+        out_->RawValue(link.data(), link.size(), rapidjson::kObjectType);
         return;
       }
     }
@@ -377,7 +453,7 @@ class ReportFieldWriter final : public FieldVisitor {
       messagePage_.added();
       ++messageCount_;
       if (messagePage_.count() == pageSize_) {
-        messagePage_.flush(folder_, messageFileId(messageFiles_++));
+        messagePage_.flush(pages_, messageFileId(messageFiles_++));
         out_ = &messagePage_.start();
       }
     }
@@ -453,6 +529,7 @@ class ReportFieldWriter final : public FieldVisitor {
   std::string messageFileId(std::size_t file) const { return fmt::format("m{}-{}", code_, file); }
 
   ReportFolder& folder_;
+  PageWriter pages_;
   const std::size_t pageSize_;
   IOSDataType code_ = 0;
   DataPage listPage_;
@@ -494,7 +571,7 @@ std::string indexScript(const std::vector<ListSummary>& lists, int status,
     writer.Key("code");
     writer.Int64(list.code);
     writer.Key("name");
-    std::string_view name = IOSDataTypeName(list.code);
+    std::string_view name = IOSDataTypeDisplayName(list.code);
     writeString(writer, name.empty() ? "Type " + std::to_string(list.code) : std::string(name));
     writer.Key("count");
     writer.Uint64(list.count);
@@ -526,13 +603,16 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   ReportFolder folder(root, options.copyMedia);
   if (!folder.prepare()) return failed(folder.error());
 
-  ReportFieldWriter writer(folder, options.pageSize);
   std::vector<ListSummary> summaries;
-  for (const auto& [code, items] : lists) {
-    if (items.empty()) continue;
-    summaries.push_back(writer.writeList(code, items));
-    if (folder.failed()) return failed(folder.error());
-  }
+  {
+    ReportFieldWriter writer(folder, options.pageSize);
+    for (const auto& [code, items] : lists) {
+      if (items.empty()) continue;
+      summaries.push_back(writer.writeList(code, items));
+      if (folder.failed()) break;
+    }
+  }  // every data file is written here
+  if (folder.failed()) return failed(folder.error());
   if (!folder.write("data/index.js", {}, indexScript(summaries, status, options), {})) {
     return failed(folder.error());
   }
