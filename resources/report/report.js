@@ -32,6 +32,30 @@
     });
   }
 
+  // The messages of page `page` of a conversation. A list's messages are stored one
+  // conversation after the other, `pageSize` a file, so a page spans at most two files.
+  function messagePage(type, contents, page) {
+    const size = index.pageSize || 1000;
+    const start = contents.at + page * size;
+    const end = Math.min(start + size, contents.at + contents.count);
+    if (!(end > start)) return Promise.resolve([]);
+    const first = Math.floor(start / size);
+    const ids = [];
+    for (let file = first; file <= Math.floor((end - 1) / size); ++file) {
+      ids.push('m' + type.code + '-' + file);
+    }
+    return Promise.all(ids.map(load)).then((files) =>
+      [].concat(...files).slice(start - first * size, end - first * size));
+  }
+
+  // A conversation's messages: where they start and how many (0 when it has none).
+  function contentsOf(session) {
+    const contents = isObject(session.contents) ? session.contents : {};
+    const at = Number.isInteger(contents.at) ? contents.at : 0;
+    const count = Number.isInteger(contents.count) ? contents.count : 0;
+    return { at: at, count: count, pages: Math.ceil(count / (index.pageSize || 1000)) };
+  }
+
   // --- small DOM helpers -------------------------------------------------------------------
 
   function el(tag, className, text) {
@@ -197,14 +221,14 @@
       const row = el('div', 'session' + (isDeleted(session) ? ' deleted' : ''));
       const name = firstText(session, ['name', 'displayName', 'identifier']) || '(no name)';
       row.appendChild(el('div', 'name', name));
-      const count = session.contents ? session.contents.count : 0;
+      const count = contentsOf(session).count;
       const recent = isObject(session.recentMessage) ? firstText(session.recentMessage, ['text']) : '';
       row.appendChild(el('div', 'recent', (session.strRecentDate || '') + ' · ' + count +
           ' messages' + (recent ? ' · ' + recent : '')));
       row.onclick = () => {
         list.querySelectorAll('.session').forEach((r) => r.classList.remove('active'));
         row.classList.add('active');
-        showThread(thread, session, 0);
+        showThread(thread, type, session, 0);
       };
       list.appendChild(row);
     });
@@ -223,18 +247,18 @@
     return names;
   }
 
-  function showThread(thread, session, page, highlight) {
-    const contents = session.contents || { count: 0, pages: 0, id: '' };
+  function showThread(thread, type, session, page, highlight) {
+    const contents = contentsOf(session);
     thread.replaceChildren(el('p', 'empty', 'Loading…'));
-    if (!contents.pages) {
+    if (!contents.count) {
       thread.replaceChildren(el('p', 'empty', 'No messages.'));
       return;
     }
-    load(contents.id + '-' + page).then((messages) => {
+    messagePage(type, contents, page).then((messages) => {
       const names = memberNames(session);
       const title = el('h3', null, firstText(session, ['name', 'identifier']));
       const nodes = [title, pager(contents.count, index.pageSize, page,
-          (next) => showThread(thread, session, next))];
+          (next) => showThread(thread, type, session, next))];
       messages.forEach((message) => nodes.push(messageNode(message, names)));
       thread.replaceChildren(...nodes);
       thread.scrollTop = 0;
@@ -247,7 +271,7 @@
       const text = firstText(message, ['strNotice', 'text']);
       return el('div', 'notice', (message.strSendDate ? message.strSendDate + ' · ' : '') + text);
     }
-    const sent = message.isReceived === false;
+    const sent = !message.isReceived;
     const row = el('div', 'bubble-row' + (sent ? ' sent' : ''));
     const bubble = el('div', 'bubble' + (isDeleted(message) ? ' deleted' : ''));
     const sender = sent ? 'Me' : (names.get(message.from) || message.from || '');
@@ -354,10 +378,9 @@
       for (let page = 0; page < type.pages && hits < limit; ++page) {
         const sessions = await load('l' + type.code + '-' + page);
         for (const session of sessions) {
-          const contents = session.contents;
-          if (!contents) continue;
+          const contents = contentsOf(session);
           for (let p = 0; p < contents.pages && hits < limit; ++p) {
-            const messages = await load(contents.id + '-' + p);
+            const messages = await messagePage(type, contents, p);
             if (token !== searchToken) return;
             messages.forEach((message, i) => {
               const text = firstText(message, ['text', 'strNotice']);
@@ -384,7 +407,7 @@
     const thread = el('div', 'thread');
     wrap.appendChild(thread);
     view.replaceChildren(el('h2', null, type.name), wrap);
-    showThread(thread, session, page, i);
+    showThread(thread, type, session, page, i);
   }
 
   // --- start -------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -63,6 +64,26 @@ std::string probeRecording(const TempDir& dir) {
   return (dir.path() / "probe").string();
 }
 
+// Two conversations of 600 messages each ("c1-m0" ... "c2-m599"): the one stored second crosses
+// the boundary between two message files.
+std::string pagedRecording(const TempDir& dir) {
+  std::string chats = R"({"chat_sessions": [)";
+  for (int c = 1; c <= 2; ++c) {
+    chats += (c > 1 ? "," : "") + std::string(R"({"chat_id": )") + std::to_string(c) +
+             R"(, "chat_identifier": "+155)" + std::to_string(c) + R"(", "messages": [)";
+    for (int m = 0; m < 600; ++m) {
+      chats += (m > 0 ? "," : "") + std::string(R"({"text": "c)") + std::to_string(c) + "-m" +
+               std::to_string(m) + R"(", "send_date": "01-02-2020 03:)" + (m / 60 < 10 ? "0" : "") +
+               std::to_string(m / 60) + ":" + (m % 60 < 10 ? "0" : "") + std::to_string(m % 60) +
+               "\"}";
+    }
+    chats += "]}";
+  }
+  const std::string file = dir.write("paged/chats.json", chats + "]}");
+  dir.write("paged/stream/000001-56.json", "{\"sms_file_path\": [\"" + file + "\"]}");
+  return (dir.path() / "paged").string();
+}
+
 fs::path report(const std::string& folder, const TempDir& dir, const std::string& name) {
   ScanOptions options;
   options.folder = folder;
@@ -112,6 +133,30 @@ TEST(ReportBrowserTest, SampleReportShowsItsDataAndKeepsProbesAsText) {
   EXPECT_EQ(probeDom.find("<b>Probe"), std::string::npos);
   EXPECT_NE(probeDom.find("<img src=\"media/t"), std::string::npos) << "the picture's thumbnail";
   EXPECT_NE(slurp(probe).find("default-src 'none'"), std::string::npos);
+
+  // Navigation names the types for people; a conversation shows all its messages, in order,
+  // also where they span two message files.
+  EXPECT_NE(probeDom.find(">Messages<"), std::string::npos) << probeDom;
+  EXPECT_EQ(probeDom.find("IOSDataType"), std::string::npos);
+  const fs::path paged = report(pagedRecording(dir), dir, "paged-report");
+  std::set<std::string> shown;
+  for (const char* conversation : {"0", "1"}) {
+    const std::string pageDom =
+        runChromium("file://" + paged.string() + "#type=524288&conversation=" + conversation,
+                    "--dump-dom", dir);
+    const std::string name = pageDom.find("\"text\">c1-m") != std::string::npos ? "c1" : "c2";
+    std::size_t count = 0;
+    std::size_t last = 0;
+    for (int m = 0; m < 600; ++m) {
+      std::size_t at = pageDom.find("\"text\">" + name + "-m" + std::to_string(m) + "<");
+      if (at == std::string::npos || at < last) continue;
+      last = at;
+      ++count;
+    }
+    EXPECT_EQ(count, 600u) << name;
+    shown.insert(name);
+  }
+  EXPECT_EQ(shown.size(), 2u);
 }
 
 }  // namespace

@@ -101,5 +101,8 @@ std::span<const CallbackRoute> callbackRoutes();
 // Names for display and logs: the data type's name ("IOSDataTypeSMS"), the result list's
 // description for result-only codes ("SMS attachments"), "" for unknown values.
 std::string_view IOSDataTypeName(IOSDataType type);
+// The name people read ("Messages", "Call history", "WhatsApp attachments"), "" for unknown
+// values.
+std::string_view IOSDataTypeDisplayName(IOSDataType type);
 
 }  // namespace dataparser

@@ -82,8 +82,7 @@ std::uint64_t kindOfFileName(std::string_view fileName) {
 
 // Reads and decodes the picture at `path`; nothing when there is no file or it does not decode.
 std::shared_ptr<const Image> pictureAt(const std::string& path) {
-  if (path.empty() || !fileExists(path)) return nullptr;
-  return Image::imageWithContentsOfFile(path);
+  return Image::imageWithContentsOfFile(path);  // nothing for "" or a missing file
 }
 
 }  // namespace

@@ -1,20 +1,31 @@
 #include "dataparser/report/report_writer.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
+#include "dataparser/model/conversation.h"
 #include "dataparser/model/describable.h"
 #include "dataparser/report/viewer_assets.h"
 #include "dataparser/util/date.h"
@@ -36,7 +47,15 @@ constexpr std::array<std::string_view, 10> kLeftOut = {
     "selectedItems",    "filteredItems",   "sessionSelectedIndex", "contactsSelectedIndex",
     "selectedContents", "filteredContents"};
 
-bool leftOut(std::string_view name) {
+// Asked for every field of every item: names of other lengths are answered by one bit test.
+bool isLeftOut(std::string_view name) {
+  static constexpr std::uint64_t kLengths = [] {
+    std::uint64_t bits = 0;
+    for (std::string_view left : kLeftOut)
+      bits |= std::uint64_t{1} << left.size();
+    return bits;
+  }();
+  if (name.size() >= 64 || ((kLengths >> name.size()) & 1) == 0) return false;
   return std::find(kLeftOut.begin(), kLeftOut.end(), name) != kLeftOut.end();
 }
 
@@ -44,12 +63,6 @@ bool leftOut(std::string_view name) {
 // the path the file had on the phone.
 bool namesLocalFile(std::string_view name) {
   return name.size() > 4 && name.ends_with("Path") && name != "devicePath";
-}
-
-// An absolute path of a regular file.
-bool isLocalFile(std::string_view path) {
-  return !path.empty() && path.front() == '/' && path.find('\0') == std::string_view::npos &&
-         isRegularFile(std::string(path));
 }
 
 // "file://" and the path with every byte but unreserved ones and "/" percent-escaped.
@@ -75,6 +88,14 @@ std::string fileUrl(std::string_view path) {
 void writeString(JsonWriter& writer, std::string_view text) {
   writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
+
+// Lets maps keyed by std::string be searched with a std::string_view.
+struct StringHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const {
+    return std::hash<std::string_view>()(text);
+  }
+};
 
 // The report folder: every file of the report is written through it, under names made here.
 class ReportFolder {
@@ -109,67 +130,175 @@ class ReportFolder {
     return true;
   }
 
-  // Writes prefix + body + suffix to `relative` (a name made by the writer).
+  // Writes prefix + body + suffix to `relative` (a name made by the writer), in one call.
   bool write(std::string_view relative, std::string_view prefix, std::string_view body,
              std::string_view suffix) {
     const fs::path path = root_ / relative;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "wb"),
-                                                         &std::fclose);
-    if (!file) return fail("cannot open " + path.string() + " for writing");
-    for (std::string_view part : {prefix, body, suffix}) {
-      if (!part.empty() && std::fwrite(part.data(), 1, part.size(), file.get()) != part.size()) {
-        return fail("write error on " + path.string());
+    const int fd =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0) return fail("cannot open " + path.string() + " for writing");
+    std::array<iovec, 3> parts = {iovec{const_cast<char*>(prefix.data()), prefix.size()},
+                                  iovec{const_cast<char*>(body.data()), body.size()},
+                                  iovec{const_cast<char*>(suffix.data()), suffix.size()}};
+    std::size_t first = 0;
+    bool ok = true;
+    while (ok && first < parts.size()) {
+      const ssize_t written = ::writev(fd, &parts[first], static_cast<int>(parts.size() - first));
+      if (written < 0) {
+        ok = errno == EINTR;
+        continue;
+      }
+      // Skip what went out; a short write resumes inside its part.
+      auto left = static_cast<std::size_t>(written);
+      while (first < parts.size() && left >= parts[first].iov_len) {
+        left -= parts[first].iov_len;
+        ++first;
+      }
+      if (first < parts.size()) {
+        parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + left;
+        parts[first].iov_len -= left;
       }
     }
-    if (std::fflush(file.get()) != 0) return fail("write error on " + path.string());
-    return true;
+    if (::close(fd) != 0) ok = false;
+    return ok || fail("write error on " + path.string());
   }
 
-  // The thumbnail of a picture, made once per picture; "" when it cannot be made.
-  std::string thumbnail(const Image& image) {
+  // The thumbnail of a picture, made once per picture (a file loaded again while unchanged is
+  // the same picture); "" when it cannot be made.
+  const std::string& thumbnail(const Image& image) {
     auto [it, inserted] = thumbnails_.try_emplace(&image);
     if (!inserted) return it->second;
     std::optional<std::string> png = image.thumbnailPNG(kThumbnailHeight);
-    if (!png) return {};
-    std::string name = fmt::format("media/t{}.png", thumbnails_.size());
+    if (!png) return it->second;
+    std::string name = fmt::format("media/t{}.png", ++thumbnailCount_);
     if (write(name, {}, *png, {})) it->second = std::move(name);
     return it->second;
   }
 
-  // The link of a local file: its file: URL, or with copyMedia the path of its copy.
-  std::string link(const std::string& path) {
-    if (!copyMedia_) return fileUrl(path);
-    auto [it, inserted] = copies_.try_emplace(path);
-    if (!inserted) return it->second;
+  // The link of a local file (an absolute path of a regular file) as a JSON object,
+  // {"href": its file: URL or with copyMedia the path of its copy, "file": its name}; "" for any
+  // other path. One look per distinct path.
+  const std::string& link(std::string_view path) {
+    auto it = links_.find(path);
+    if (it != links_.end()) return it->second;
+    std::string file(path);
+    std::string link;
+    if (!file.empty() && file.front() == '/' && file.find('\0') == std::string::npos &&
+        isRegularFile(file)) {
+      rapidjson::StringBuffer buffer;
+      JsonWriter writer(buffer);
+      writer.StartObject();
+      writer.Key("href");
+      writeString(writer, copyMedia_ ? copy(file) : fileUrl(file));
+      writer.Key("file");
+      writeString(writer, path::lastPathComponent(file));
+      writer.EndObject();
+      link.assign(buffer.GetString(), buffer.GetSize());
+    }
+    return links_.emplace(std::move(file), std::move(link)).first->second;
+  }
+
+  std::string error() const {
+    std::lock_guard lock(errorMutex_);
+    return error_;
+  }
+  bool failed() const {
+    std::lock_guard lock(errorMutex_);
+    return !error_.empty();
+  }
+
+ private:
+  std::string copy(const std::string& path) {
     std::error_code ec;
     const fs::path files = root_ / "media" / "files";
     fs::create_directories(files, ec);
     std::string name =
-        std::to_string(copies_.size()) + "-" + path::safeComponent(path::lastPathComponent(path));
+        std::to_string(++copies_) + "-" + path::safeComponent(path::lastPathComponent(path));
     fs::copy_file(path, files / name, fs::copy_options::overwrite_existing, ec);
-    it->second = ec ? fileUrl(path) : "media/files/" + URLEncodedComponent(name);
-    return it->second;
+    return ec ? fileUrl(path) : "media/files/" + URLEncodedComponent(name);
   }
 
-  const std::string& error() const { return error_; }
-  bool failed() const { return !error_.empty(); }
-
- private:
   static std::string URLEncodedComponent(std::string_view name) {
     std::string url = fileUrl(name);
     return url.substr(std::string_view("file://").size());
   }
 
   bool fail(std::string message) {
+    std::lock_guard lock(errorMutex_);
     if (error_.empty()) error_ = std::move(message);
     return false;
   }
 
   fs::path root_;
   bool copyMedia_;
+  mutable std::mutex errorMutex_;  // `write` also runs on the page writer's thread
   std::string error_;
   std::unordered_map<const Image*, std::string> thumbnails_;
-  std::unordered_map<std::string, std::string> copies_;
+  std::size_t thumbnailCount_ = 0;
+  std::unordered_map<std::string, std::string, StringHash, std::equal_to<>> links_;
+  std::size_t copies_ = 0;
+};
+
+// Writes finished data files on a thread of its own, so that the next page is built while the
+// last one goes to disk. At most `kQueued` pages wait; their buffers come back for reuse.
+// Failures land in the folder's error. The destructor writes what is queued and joins.
+class PageWriter {
+ public:
+  explicit PageWriter(ReportFolder& folder) : folder_(folder), thread_([this] { run(); }) {}
+  ~PageWriter() {
+    {
+      std::lock_guard lock(mutex_);
+      done_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+  PageWriter(const PageWriter&) = delete;
+  PageWriter& operator=(const PageWriter&) = delete;
+
+  // Queues `prefix` + `body` + `suffix` for data/`id`.js; `body` becomes an empty buffer.
+  void write(const std::string& id, rapidjson::StringBuffer& body) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return queue_.size() < kQueued; });
+    queue_.push_back(Job{id, std::move(body)});
+    if (!spare_.empty()) {
+      body = std::move(spare_.back());
+      spare_.pop_back();
+    }
+    changed_.notify_all();
+  }
+
+ private:
+  static constexpr std::size_t kQueued = 4;
+  struct Job {
+    std::string id;
+    rapidjson::StringBuffer body;
+  };
+
+  void run() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      changed_.wait(lock, [this] { return done_ || !queue_.empty(); });
+      if (queue_.empty()) return;
+      Job job = std::move(queue_.front());
+      queue_.pop_front();
+      changed_.notify_all();
+      lock.unlock();
+      folder_.write("data/" + job.id + ".js", "DP.onData(\"" + job.id + "\",",
+                    std::string_view(job.body.GetString(), job.body.GetSize()), ");\n");
+      job.body.Clear();
+      lock.lock();
+      if (spare_.size() < kQueued) spare_.push_back(std::move(job.body));
+    }
+  }
+
+  ReportFolder& folder_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Job> queue_;
+  std::vector<rapidjson::StringBuffer> spare_;
+  bool done_ = false;
+  std::thread thread_;  // last: starts once the members above exist
 };
 
 // One data file in the making: a JSON array of objects.
@@ -185,12 +314,10 @@ class DataPage {
   JsonWriter& writer() { return writer_; }
   void added() { ++count_; }
   std::size_t count() const { return count_; }
-  // Ends the array and writes the page as `DP.onData("id", [...]);`.
-  bool flush(ReportFolder& folder, const std::string& id) {
+  // Ends the array and hands the page to `pages`, which writes it as `DP.onData("id", [...]);`.
+  void flush(PageWriter& pages, const std::string& id) {
     writer_.EndArray();
-    std::string prefix = "DP.onData(\"" + id + "\",";
-    return folder.write("data/" + id + ".js", prefix,
-                        std::string_view(buffer_.GetString(), buffer_.GetSize()), ");\n");
+    pages.write(id, buffer_);
   }
 
  private:
@@ -207,11 +334,14 @@ struct ListSummary {
   const char* kind = "cards";
 };
 
-// Writes lists item by item through their reflection, paging lists and conversations.
+// Writes lists item by item through their reflection, paging lists and conversations. A named
+// field with nothing in it (null, "", false, 0, an empty array) is left out: the viewer reads a
+// missing key as empty. Messages carry no class name (their conversation's list says what they
+// are).
 class ReportFieldWriter final : public FieldVisitor {
  public:
   ReportFieldWriter(ReportFolder& folder, std::size_t pageSize)
-      : folder_(folder), pageSize_(std::max<std::size_t>(pageSize, 1)) {}
+      : folder_(folder), pages_(folder), pageSize_(std::max<std::size_t>(pageSize, 1)) {}
 
   ListSummary writeList(IOSDataType code, const ItemList& items) {
     code_ = code;
@@ -222,21 +352,26 @@ class ReportFieldWriter final : public FieldVisitor {
     summary.code = code;
     std::size_t page = 0;
     out_ = &listPage_.start();
+    messagePage_.start();
+    messageCount_ = 0;
+    messageFiles_ = 0;
     for (const ItemPtr& item : items) {
       if (!item) continue;
       depth_ = 0;
       skip_ = 0;
+      arrays_.clear();
+      openArrays_ = 0;
+      conversation_ = dynamic_cast<const IOSBaseSessionItem*>(item.get()) != nullptr;
       field(std::string_view(), static_cast<const Describable*>(item.get()));
-      ++conversation_;
       listPage_.added();
       ++summary.count;
       if (listPage_.count() == pageSize_) {
-        listPage_.flush(folder_, listId(page++));
+        listPage_.flush(pages_, listId(page++));
         out_ = &listPage_.start();
       }
     }
-    if (listPage_.count() > 0 || page == 0) listPage_.flush(folder_, listId(page++));
-    conversation_ = 0;
+    if (listPage_.count() > 0 || page == 0) listPage_.flush(pages_, listId(page++));
+    if (messagePage_.count() > 0) messagePage_.flush(pages_, messageFileId(messageFiles_++));
     summary.pages = page;
     summary.kind = sawContents_ ? "chat" : (sawPicture_ || sawAttachment_) ? "grid" : "cards";
     return summary;
@@ -244,61 +379,59 @@ class ReportFieldWriter final : public FieldVisitor {
 
  protected:
   void onNull(std::string_view name) override {
-    if (ignored(name) || inMessageList()) return;
-    key(name);
+    // Only an array keeps its nulls, so that its entries keep their places.
+    if (!name.empty() || skip_ > 0 || inMessageList()) return;
+    value(name);
     out_->Null();
   }
-  void onString(std::string_view name, std::string_view value) override {
-    if (ignored(name)) return;
-    key(name);
-    if (namesLocalFile(name) && isLocalFile(value)) {
-      std::string path(value);
-      out_->StartObject();
-      out_->Key("href");
-      writeString(*out_, folder_.link(path));
-      out_->Key("file");
-      writeString(*out_, path::lastPathComponent(path));
-      out_->EndObject();
-      return;
+  void onString(std::string_view name, std::string_view text) override {
+    if (leftOut(name, text.empty())) return;
+    if (namesLocalFile(name)) {
+      const std::string& link = folder_.link(text);
+      if (!link.empty()) {
+        value(name);
+        out_->RawValue(link.data(), link.size(), rapidjson::kObjectType);
+        return;
+      }
     }
-    writeString(*out_, value);
+    value(name);
+    writeString(*out_, text);
   }
-  void onInteger(std::string_view name, std::int64_t value) override {
-    if (ignored(name)) return;
-    key(name);
-    out_->Int64(value);
+  void onInteger(std::string_view name, std::int64_t number) override {
+    if (leftOut(name, number == 0)) return;
+    value(name);
+    out_->Int64(number);
   }
-  void onUnsigned(std::string_view name, std::uint64_t value) override {
-    if (ignored(name)) return;
-    key(name);
-    out_->Uint64(value);
+  void onUnsigned(std::string_view name, std::uint64_t number) override {
+    if (leftOut(name, number == 0)) return;
+    value(name);
+    out_->Uint64(number);
   }
-  void onDouble(std::string_view name, double value) override {
-    if (ignored(name)) return;
-    key(name);
-    if (std::isfinite(value)) {
-      out_->Double(value);
+  void onDouble(std::string_view name, double number) override {
+    const bool finite = std::isfinite(number);
+    if (leftOut(name, !finite || number == 0)) return;
+    value(name);
+    if (finite) {
+      out_->Double(number);
     } else {
       out_->Null();
     }
   }
-  void onBool(std::string_view name, bool value) override {
-    if (ignored(name)) return;
-    key(name);
-    out_->Bool(value);
+  void onBool(std::string_view name, bool flag) override {
+    if (leftOut(name, !flag)) return;
+    value(name);
+    out_->Bool(flag);
   }
-  void onDate(std::string_view name, Date value) override {
-    onDouble(name, secondsSince1970(value));
-  }
+  void onDate(std::string_view name, Date date) override { onDouble(name, secondsSince1970(date)); }
   void onImage(std::string_view name, const Image& image) override {
-    if (ignored(name)) return;
+    if (leftOut(name, false)) return;
     if (depth_ == 1) sawPicture_ = true;
-    key(name);
-    std::string thumb = folder_.thumbnail(image);
+    const std::string& thumb = folder_.thumbnail(image);
     if (thumb.empty()) {
-      out_->Null();
+      if (name.empty()) onNull(name);
       return;
     }
+    value(name);
     out_->StartObject();
     out_->Key("thumb");
     writeString(*out_, thumb);
@@ -313,10 +446,13 @@ class ReportFieldWriter final : public FieldVisitor {
     if (depth_ == 0 && className.find("Attachment") != std::string_view::npos) {
       sawAttachment_ = true;
     }
-    key(name);
+    const bool message = inMessageList();
+    value(name);
     out_->StartObject();
-    out_->Key("class");
-    writeString(*out_, className);
+    if (!message) {
+      out_->Key("class");
+      writeString(*out_, className);
+    }
     ++depth_;
   }
   void onObjectEnd() override {
@@ -327,52 +463,54 @@ class ReportFieldWriter final : public FieldVisitor {
       messagePage_.added();
       ++messageCount_;
       if (messagePage_.count() == pageSize_) {
-        messagePage_.flush(folder_, messageId(messagePages_++));
+        messagePage_.flush(pages_, messageFileId(messageFiles_++));
         out_ = &messagePage_.start();
       }
     }
   }
   void onArrayBegin(std::string_view name) override {
     if (opensIgnored(name)) return;
-    if (name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
-      // A conversation's messages go to pages of their own.
+    if (conversation_ && name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
+      // A conversation's messages go to the list's message files.
       itemOut_ = out_;
-      out_ = &messagePage_.start();
-      messageCount_ = 0;
-      messagePages_ = 0;
+      out_ = &messagePage_.writer();
+      conversationStart_ = messageCount_;
       return;
     }
-    key(name);
-    out_->StartArray();
+    // Opened with its first entry: an empty array is left out.
+    arrays_.push_back(name);
     ++depth_;
   }
   void onArrayEnd() override {
     if (closesIgnored()) return;
     if (inMessageList()) {
-      if (messagePage_.count() > 0) messagePage_.flush(folder_, messageId(messagePages_++));
       out_ = itemOut_;
       itemOut_ = nullptr;
       sawContents_ = true;
       out_->Key("contents");
       out_->StartObject();
-      out_->Key("id");
-      writeString(*out_, messageId());
+      out_->Key("at");
+      out_->Uint64(conversationStart_);
       out_->Key("count");
-      out_->Uint64(messageCount_);
-      out_->Key("pages");
-      out_->Uint64(messagePages_);
+      out_->Uint64(messageCount_ - conversationStart_);
       out_->EndObject();
       return;
     }
-    out_->EndArray();
+    if (openArrays_ == arrays_.size()) {
+      out_->EndArray();
+      --openArrays_;
+    }
+    arrays_.pop_back();
     --depth_;
   }
 
  private:
-  // Inside a left-out field, or a left-out scalar.
-  bool ignored(std::string_view name) const { return skip_ > 0 || leftOut(name); }
+  // A field left out: inside a left-out field, a left-out name, or a named field that is empty.
+  bool leftOut(std::string_view name, bool empty) const {
+    return skip_ > 0 || (!name.empty() && (empty || isLeftOut(name)));
+  }
   bool opensIgnored(std::string_view name) {
-    if (skip_ > 0 || leftOut(name)) {
+    if (skip_ > 0 || isLeftOut(name)) {
       ++skip_;
       return true;
     }
@@ -386,16 +524,22 @@ class ReportFieldWriter final : public FieldVisitor {
   // Directly inside a conversation's message list (between messages).
   bool inMessageList() const { return itemOut_ != nullptr && depth_ == 1; }
 
+  // Starts a value: opens the arrays still waiting for their first entry, then writes the key.
+  void value(std::string_view name) {
+    for (; openArrays_ < arrays_.size(); ++openArrays_) {
+      key(arrays_[openArrays_]);
+      out_->StartArray();
+    }
+    key(name);
+  }
   void key(std::string_view name) {
     if (!name.empty()) out_->Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
   }
   std::string listId(std::size_t page) const { return fmt::format("l{}-{}", code_, page); }
-  std::string messageId() const { return fmt::format("m{}-{}", code_, conversation_); }
-  std::string messageId(std::size_t page) const {
-    return fmt::format("m{}-{}-{}", code_, conversation_, page);
-  }
+  std::string messageFileId(std::size_t file) const { return fmt::format("m{}-{}", code_, file); }
 
   ReportFolder& folder_;
+  PageWriter pages_;
   const std::size_t pageSize_;
   IOSDataType code_ = 0;
   DataPage listPage_;
@@ -404,9 +548,12 @@ class ReportFieldWriter final : public FieldVisitor {
   JsonWriter* itemOut_ = nullptr;  // the list page while a conversation's messages are written
   int depth_ = 0;                  // open objects and arrays of the current item
   int skip_ = 0;                   // open containers of a left-out field
-  std::size_t conversation_ = 0;   // index of the current item in its list
-  std::size_t messageCount_ = 0;
-  std::size_t messagePages_ = 0;
+  std::vector<std::string_view> arrays_;  // names of the open arrays, outermost first
+  std::size_t openArrays_ = 0;            // how many of them are written (have an entry)
+  bool conversation_ = false;             // the current item is a conversation
+  std::size_t messageCount_ = 0;          // messages of the list written so far
+  std::size_t messageFiles_ = 0;          // message files of the list written so far
+  std::size_t conversationStart_ = 0;     // index of the current conversation's first message
   bool sawContents_ = false;
   bool sawPicture_ = false;
   bool sawAttachment_ = false;
@@ -434,7 +581,7 @@ std::string indexScript(const std::vector<ListSummary>& lists, int status,
     writer.Key("code");
     writer.Int64(list.code);
     writer.Key("name");
-    std::string_view name = IOSDataTypeName(list.code);
+    std::string_view name = IOSDataTypeDisplayName(list.code);
     writeString(writer, name.empty() ? "Type " + std::to_string(list.code) : std::string(name));
     writer.Key("count");
     writer.Uint64(list.count);
@@ -466,13 +613,16 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   ReportFolder folder(root, options.copyMedia);
   if (!folder.prepare()) return failed(folder.error());
 
-  ReportFieldWriter writer(folder, options.pageSize);
   std::vector<ListSummary> summaries;
-  for (const auto& [code, items] : lists) {
-    if (items.empty()) continue;
-    summaries.push_back(writer.writeList(code, items));
-    if (folder.failed()) return failed(folder.error());
-  }
+  {
+    ReportFieldWriter writer(folder, options.pageSize);
+    for (const auto& [code, items] : lists) {
+      if (items.empty()) continue;
+      summaries.push_back(writer.writeList(code, items));
+      if (folder.failed()) break;
+    }
+  }  // every data file is written here
+  if (folder.failed()) return failed(folder.error());
   if (!folder.write("data/index.js", {}, indexScript(summaries, status, options), {})) {
     return failed(folder.error());
   }

@@ -2,15 +2,18 @@
 //
 // The folder holds a static viewer (index.html, report.js, report.css, built into the library)
 // and the scan's lists as data files that the viewer renders:
-//   data/index.js             every reported type with its name, count and kind of view
-//   data/l<CODE>-<PAGE>.js    the items of one list, `pageSize` a page
-//   data/m<CODE>-<I>-<PAGE>.js the messages of conversation I of a list, `pageSize` a page
-//   media/t<N>.png            picture thumbnails, at most 200 pixels high, made once each
-//   media/files/...           copies of originals, only with `copyMedia`
+//   data/index.js          every reported type with its display name, count and kind of view
+//   data/l<CODE>-<PAGE>.js the items of one list, `pageSize` a page
+//   data/m<CODE>-<FILE>.js the messages of a list's conversations, one conversation after the
+//                          other, `pageSize` a file; a conversation says where its messages
+//                          start ("contents": {"at": first, "count": n})
+//   media/t<N>.png         picture thumbnails, at most 200 pixels high, made once per picture
+//   media/files/...        copies of originals, only with `copyMedia`
 // Items are written through their reflection (`Describable`), the same walk the JSON export
-// makes, so every data type appears without code of its own. Display-state fields are left out;
-// a conversation's messages go to their own pages; a field naming a local file ("...Path")
-// becomes a link to that file (a file: URL, or the copy) when it is a regular file.
+// makes, so every data type appears without code of its own. Display-state fields and named
+// fields without a value (null, "", false, 0, []) are left out; messages carry no class name; a
+// field naming a local file ("...Path") becomes a link to that file (a file: URL, or the copy)
+// when it is a regular file. Each data file is built in memory and written with one call.
 //
 // Texts from a backup are data: they are written as JSON strings and the viewer only ever sets
 // them as text. The page forbids every network request (Content-Security-Policy). Nothing is

@@ -33,8 +33,8 @@ std::set<std::string> filesBelow(const fs::path& root) {
   return files;
 }
 
-// One conversation of three messages (a picture under a hostile name, a hostile text) parsed by
-// the SMS parser, reported as a scan would.
+// One conversation of four messages (a hostile text, the same picture under a hostile name
+// twice) parsed by the SMS parser, reported as a scan would.
 struct ReportFixture {
   TempDir dir;
   std::map<IOSDataType, ItemList> lists;
@@ -52,7 +52,10 @@ struct ReportFixture {
       {"text": "", "type": 1, "media_path": "~/Library/SMS/Attachments/a.jpg",
        "media_backup_path": ")" + picture + R"(",
        "send_date": "01-02-2020 03:04:06"},
-      {"text": "third", "is_from_me": 1, "send_date": "01-02-2020 03:04:07"}]}]})");
+      {"text": "third", "is_from_me": 1, "send_date": "01-02-2020 03:04:07"},
+      {"text": "again", "type": 1, "media_path": "~/Library/SMS/Attachments/b.jpg",
+       "media_backup_path": ")" + picture + R"(",
+       "send_date": "01-02-2020 03:04:08"}]}]})");
     auto parser =
         IOSSMSParser::parserWithJSONData("{\"sms_file_path\": [\"" + chats + "\"]}", true, false);
     lists[IOSDataTypeSMS] = parser->items();
@@ -75,29 +78,31 @@ TEST(ReportWriterTest, WritesPagedDataLinksAndThumbnails) {
   options.pageSize = 2;
   fixture.write(options);
 
-  std::set<std::string> files = filesBelow(out);
-  for (const char* expected :
-       {"index.html", "report.js", "report.css", "data/index.js", "data/l524288-0.js",
-        "data/m524288-0-0.js", "data/m524288-0-1.js", "data/l1048576-0.js", "media/t1.png"}) {
-    EXPECT_TRUE(files.count(expected)) << expected;
-  }
-  EXPECT_FALSE(files.count("data/m524288-0-2.js"));
+  // Two attachments of one picture file: one thumbnail.
+  EXPECT_EQ(filesBelow(out),
+            (std::set<std::string>{"index.html", "report.js", "report.css", "data/index.js",
+                                   "data/l524288-0.js", "data/m524288-0.js", "data/m524288-1.js",
+                                   "data/l1048576-0.js", "media/t1.png"}));
 
   const std::string index = slurp(out / "data/index.js");
-  EXPECT_NE(index.find(R"("code":524288,"name":)"), std::string::npos) << index;
+  EXPECT_NE(index.find(R"("code":524288,"name":"Messages")"), std::string::npos) << index;
   EXPECT_NE(index.find(R"("count":1,"pages":1,"kind":"chat")"), std::string::npos) << index;
   EXPECT_NE(index.find(R"("kind":"grid")"), std::string::npos) << index;
   EXPECT_EQ(index.find("\"code\":1,"), std::string::npos) << "empty lists are left out";
 
   const std::string list = slurp(out / "data/l524288-0.js");
-  EXPECT_NE(list.find(R"("contents":{"id":"m524288-0","count":3,"pages":2})"), std::string::npos)
-      << list;
+  EXPECT_NE(list.find(R"("contents":{"at":0,"count":4})"), std::string::npos) << list;
   for (const char* leftOut : {"highlighed", "selectedContents", "filteredContents", "visible"}) {
     EXPECT_EQ(list.find(leftOut), std::string::npos) << leftOut;
   }
   // The hostile text stays a JSON string; the picture's path became a link and a thumbnail.
-  const std::string page = slurp(out / "data/m524288-0-0.js");
-  EXPECT_EQ(page.rfind("DP.onData(\"m524288-0-0\",[", 0), 0u);
+  // Fields without a value are left out, and messages name no class.
+  const std::string page = slurp(out / "data/m524288-0.js");
+  EXPECT_EQ(page.rfind("DP.onData(\"m524288-0\",[{\"text\"", 0), 0u) << page;
+  for (const char* empty : {":null", ":false", ":\"\"", ":0,", ":[]", "IOSSMSSingleItem"}) {
+    EXPECT_EQ(page.find(empty), std::string::npos) << empty << "\n" << page;
+  }
+  EXPECT_NE(slurp(out / "data/m524288-1.js").find(R"("thumb":"media/t1.png")"), std::string::npos);
   EXPECT_NE(page.find(R"("text":"<img src=x onerror=alert(1)></script>")"), std::string::npos);
   EXPECT_NE(page.find(R"("href":"file://)"), std::string::npos) << page;
   EXPECT_NE(page.find("..evil%20name%3F.jpg"), std::string::npos) << page;
@@ -123,7 +128,8 @@ TEST(ReportWriterTest, CopiesStayInsideTheReport) {
   for (const std::string& file : added)
     EXPECT_EQ(file.rfind("report/", 0), 0u) << file;
   EXPECT_TRUE(added.count("report/media/files/1-..evil name?.jpg"));
-  const std::string page = slurp(out / "data/m524288-0-0.js");
+  EXPECT_FALSE(added.count("report/media/files/2-..evil name?.jpg")) << "one copy per file";
+  const std::string page = slurp(out / "data/m524288-0.js");
   EXPECT_NE(page.find(R"("href":"media/files/1-..evil%20name%3F.jpg")"), std::string::npos) << page;
   EXPECT_EQ(page.find("file://"), std::string::npos);
 }

@@ -2,10 +2,13 @@
 
 #include <vips/vips8>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <mutex>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "dataparser/util/file_helper.h"
 
@@ -85,6 +88,63 @@ VImage load(const VSource& source) {
                                  VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
 }
 
+// What a file was when it was last read: a file rewritten in place reads again.
+struct FileStamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modifiedNanoseconds = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+
+std::optional<FileStamp> regularFileStamp(const std::string& path) {
+  struct stat status {};
+  if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0 ||
+      !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return FileStamp{
+      status.st_dev, status.st_ino, status.st_size,
+      static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec};
+}
+
+// Pictures loaded from files, and files found to hold none, by path. A backup names one file
+// from many items (every forward of a photo, the message and its attachment list); each would
+// otherwise be sniffed by every libvips loader again. An entry counts only while its file is
+// unchanged. Bounded: emptied when full. Thread-safe.
+class LoadedPictures {
+ public:
+  template <class Load>
+  std::shared_ptr<const Image> get(const std::string& path, Load&& load) {
+    std::optional<FileStamp> stamp = regularFileStamp(path);
+    if (!stamp) return nullptr;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = entries_.find(path);
+      if (it != entries_.end() && it->second.stamp == *stamp) return it->second.image;
+    }
+    std::shared_ptr<const Image> image = load();
+    std::lock_guard lock(mutex_);
+    if (entries_.size() >= kCapacity) entries_.clear();
+    entries_.insert_or_assign(path, Entry{*stamp, image});
+    return image;
+  }
+
+ private:
+  static constexpr std::size_t kCapacity = 4096;
+  struct Entry {
+    FileStamp stamp;
+    std::shared_ptr<const Image> image;
+  };
+  std::mutex mutex_;
+  std::unordered_map<std::string, Entry> entries_;
+};
+
+LoadedPictures& loadedPictures() {
+  static LoadedPictures* pictures = new LoadedPictures;  // never destroyed: used until exit
+  return *pictures;
+}
+
 }  // namespace
 
 Image::~Image() = default;
@@ -102,9 +162,11 @@ std::shared_ptr<const Image> Image::withHeader(std::shared_ptr<Image> image) {
 
 std::shared_ptr<const Image> Image::imageWithContentsOfFile(const std::string& path) {
   if (path.empty()) return nullptr;
-  std::shared_ptr<Image> image(new Image);
-  image->path_ = path;
-  return withHeader(std::move(image));
+  return loadedPictures().get(path, [&path] {
+    std::shared_ptr<Image> image(new Image);
+    image->path_ = path;
+    return withHeader(std::move(image));
+  });
 }
 
 std::shared_ptr<const Image> Image::imageWithData(std::string data) {

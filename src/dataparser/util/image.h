@@ -17,7 +17,8 @@ namespace dataparser {
 
 class Image {
  public:
-  // Nothing when the file cannot be read or is not a picture.
+  // Nothing when the file cannot be read or is not a picture. Loading an unchanged file again
+  // gives the same Image (or nothing again) without reading it.
   static std::shared_ptr<const Image> imageWithContentsOfFile(const std::string& path);
   // Nothing when the bytes are not a picture.
   static std::shared_ptr<const Image> imageWithData(std::string data);

@@ -54,5 +54,27 @@ TEST(ImageTest, UnreadablePicturesGiveNothing) {
   }
 }
 
+TEST(ImageTest, AFileIsReadOnceUntilItChanges) {
+  testing::TempDir temp;
+  const std::string path = temp.str() + "/picture";
+  const std::string png = *readFile(testing::fixturePath("images/picture.png"));
+  temp.write("picture", png);
+  auto first = Image::imageWithContentsOfFile(path);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(Image::imageWithContentsOfFile(path), first);
+
+  // Rewritten: no picture any more, then another picture.
+  temp.write("picture", "not a picture at all");
+  EXPECT_FALSE(Image::imageWithContentsOfFile(path));
+  EXPECT_FALSE(Image::imageWithContentsOfFile(path));
+  auto thumb = Image::imageWithData(png)->thumbnailPNG(15);
+  ASSERT_TRUE(thumb);
+  temp.write("picture", *thumb);
+  auto second = Image::imageWithContentsOfFile(path);
+  ASSERT_TRUE(second);
+  EXPECT_NE(second, first);
+  EXPECT_EQ(second->height(), 15);
+}
+
 }  // namespace
 }  // namespace dataparser
