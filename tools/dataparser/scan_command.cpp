@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <future>
 #include <memory>
+#include <set>
 
 #include "dataparser/core/data_type.h"
 #include "dataparser/core/delegate.h"
@@ -24,17 +25,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Attachments reachable from one reported item: the item itself when it is an attachment, the
-// attachments of its messages when it is a conversation.
-std::size_t attachmentCount(const IOSBaseItem& item) {
-  if (dynamic_cast<const IOSAttachmentItem*>(&item) != nullptr) return 1;
-  std::size_t count = 0;
-  if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
+// Calls `each` with every attachment reachable from one reported item: the item itself when it
+// is an attachment, the attachments of its messages when it is a conversation.
+template <class Each>
+void forEachAttachment(const IOSBaseItem& item, Each&& each) {
+  if (dynamic_cast<const IOSAttachmentItem*>(&item) != nullptr) {
+    each(&item);
+  } else if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
     for (const MessagePtr& message : session->contents()) {
-      if (message && message->isAttachment() && message->attachment()) ++count;
+      if (message && message->isAttachment() && message->attachment())
+        each(message->attachment().get());
     }
   }
-  return count;
 }
 
 class ProgressBar {
@@ -65,17 +67,42 @@ std::atomic<bool> gInterrupted = false;
 
 }  // namespace
 
-void printSummary(const ScanExport& scan, std::FILE* out) {
-  std::fprintf(out, "%-14s %-32s %10s %12s\n", "type", "name", "items", "attachments");
-  for (const auto& [type, items] : scan.lists()) {
-    std::size_t attachments = 0;
-    for (const ItemPtr& item : items) {
-      if (item) attachments += attachmentCount(*item);
+std::vector<SummaryRow> summaryRows(const std::map<std::int64_t, ItemList>& lists) {
+  std::vector<SummaryRow> rows;
+  std::vector<const ItemList*> seen;  // the list of each row, for lists reported twice
+  std::set<const void*> counted;      // every attachment of the table, once
+  for (const auto& [type, items] : lists) {
+    SummaryRow row{type, std::string(IOSDataTypeName(type)), items.size(), 0, {}};
+    if (row.name.empty()) row.name = "Type " + std::to_string(type);
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+      if (*seen[i] == items) row.sameAs = rows[i].name;  // the same items, in the same order
     }
-    std::string_view name = IOSDataTypeName(type);
-    std::fprintf(out, "%-14lld %-32.*s %10zu %12zu\n", static_cast<long long>(type),
-                 static_cast<int>(name.size()), name.data(), items.size(), attachments);
+    std::set<const void*> own;
+    for (const ItemPtr& item : items) {
+      if (item) forEachAttachment(*item, [&](const void* attachment) { own.insert(attachment); });
+    }
+    if (row.sameAs.empty()) row.attachments = own.size();
+    counted.insert(own.begin(), own.end());
+    seen.push_back(&items);
+    rows.push_back(std::move(row));
   }
+  rows.push_back(SummaryRow{0, "All attachments", 0, counted.size(), {}});
+  return rows;
+}
+
+void printSummary(const ScanExport& scan, std::FILE* out) {
+  std::fprintf(out, "%-14s %-38s %8s %12s\n", "type", "name", "items", "attachments");
+  const std::map<std::int64_t, ItemList> lists = scan.lists();
+  const std::vector<SummaryRow> rows = summaryRows(lists);
+  for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
+    const SummaryRow& row = rows[i];
+    std::string attachments =
+        row.sameAs.empty() ? std::to_string(row.attachments) : "same list as " + row.sameAs;
+    std::fprintf(out, "%-14lld %-38s %8zu %12s\n", static_cast<long long>(row.type),
+                 row.name.c_str(), row.items, attachments.c_str());
+  }
+  std::fprintf(out, "%-14s %-38s %8s %12zu\n", "", rows.back().name.c_str(), "",
+               rows.back().attachments);
 }
 
 std::string androidDatabasePath(const std::string& folder) {
@@ -163,9 +190,15 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   int status = result.get();
   bar->done();
   parser.setDelegate({});
-  // Release the engine so that its thread has ended before the command returns.
-  parser.setPackageEngine(nullptr);
-  parser.setAndroidPackageEngine(nullptr);
+  // The engine is released when the command returns, so that its thread has ended by then; it
+  // lives through the export, whose lazy fields (sizes, pictures) look only inside the backup.
+  struct EngineRelease {
+    IOSDataParser& parser;
+    ~EngineRelease() {
+      parser.setPackageEngine(nullptr);
+      parser.setAndroidPackageEngine(nullptr);
+    }
+  } release{parser};
 
   printSummary(*scan, out);
   std::fflush(out);  // piped output keeps its order with the messages on `err`

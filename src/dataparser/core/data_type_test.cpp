@@ -54,7 +54,7 @@ TEST(DataTypeTest, CallbackRoutes) {
     EXPECT_FALSE(IOSDataTypeName(route.type).empty()) << route.code;
   }
   EXPECT_EQ(seen.size(), 30u);
-  EXPECT_EQ(IOSDataTypeName(IOSDataTypeSMS), "IOSDataTypeSMS");
+  EXPECT_EQ(IOSDataTypeName(IOSDataTypeSMS), "SMS");
   EXPECT_EQ(IOSDataTypeName(1), "");
 }
 

@@ -35,6 +35,7 @@
 #include "dataparser/core/dispatch.h"
 #include "dataparser/core/package_engine.h"
 #include "dataparser/model/base_parser.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 
 namespace dataparser {
@@ -228,6 +229,7 @@ class IOSDataParser final : public BackupManagerObserver {
   ItemList icloudNoteShowArr_;
   ItemList icloudReminderShowArr_;
   std::string icloudDownloadPath_;
+  BackupScope icloudScope_;  // the account folder being read and the download folder
 
   std::atomic<bool> parseDeleted_ = false;
   std::atomic<IOSDataType> selectedDataType_ = 0;

@@ -73,6 +73,7 @@ void AndroidReplayEngine::QMDataPackage(AndroidPackageCallback callback) {
     replay.root = recordingAround(filter["primary_file_object"]["msg_file_path"].stringCopy());
     replay.tempFolder = filter["temp_folder"].stringCopy();
     if (filter["package_type"].integer() == kBusinessPackage) replay.endCode = kBusinessCode;
+    scope_ = BackupScope({replay.root, replay.tempFolder});
     replaying_ = true;
     thread_ = std::thread([this, replay] { run(replay); });
   }

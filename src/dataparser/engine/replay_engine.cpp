@@ -101,6 +101,7 @@ void ReplayEngine::UninitPackageData() {
   threads_.joinOthers();
   std::lock_guard lock(mutex_);
   callback_ = nullptr;
+  scope_.reset();
 }
 
 void ReplayEngine::AddBackupFolder(const std::string& path) {
@@ -145,6 +146,9 @@ void ReplayEngine::AddPackageFileFinish() {
   std::lock_guard lock(mutex_);
   if (replaying_ && !ended_) return;
   Replay replay = prepareReplay();
+  // Files that the blocks name count only inside the recording and the template copy; the
+  // scope stays until the engine is uninitialised, for the fields read after the scan.
+  scope_ = BackupScope({replay.root, replay.tempFolder});
   replaying_ = true;
   ended_ = false;
   replay.generation = ++generation_;

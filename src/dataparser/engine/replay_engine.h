@@ -31,6 +31,9 @@
 // and clears a stop; a stop asked for before the end of the input ends that scan as soon as it
 // starts.
 //
+// Files: from the start of a replay until UninitPackageData (or the engine's end), paths that
+// the blocks name count only inside the recording and the template copy (a BackupScope).
+//
 // Every call made to the engine is recorded for inspection (`calls`).
 //
 // Thread safety: all operations may be called from any thread. The destructor stops the replay
@@ -49,6 +52,7 @@
 #include "dataparser/core/package_engine.h"
 #include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
+#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -122,6 +126,7 @@ class ReplayEngine final : public PackageEngine {
   std::uint64_t generation_ =
       0;  // of the latest replay  // the running replay has sent its end (92 or 84)
   std::atomic<bool> stopRequested_ = false;
+  BackupScope scope_;      // of the latest replay
   EngineThreads threads_;  // last: joined before the state above goes
 };
 

@@ -14,6 +14,7 @@
 #include "dataparser/parsers/personal/note.h"
 #include "dataparser/parsers/personal/reminder.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 
@@ -48,7 +49,7 @@ bool forEachListedFile(const std::string& folder, const json::View& value,
 }
 
 bool pathExists(std::string_view path) {
-  return !path.empty() && fileExists(std::string(path));
+  return !path.empty() && backupFileExists(std::string(path));
 }
 
 }  // namespace
@@ -70,6 +71,8 @@ void IOSDataParser::releaseiCloudParser() {
                              ICloudParser::kNote, ICloudParser::kReminder}) {
     setICloudParser(which, nullptr);
   }
+  std::lock_guard lock(mutex_);
+  icloudScope_.reset();
 }
 
 ItemList IOSDataParser::icloudNoteShowArr() const {
@@ -108,6 +111,12 @@ void IOSDataParser::startParseiCloudBackupWithPath(const std::string& path) {
   if (!fileExists(index)) {
     RunLog::write("backup not exist:{}", index);
     return;
+  }
+  {
+    // Files the account's data names count only inside its folder and the download folder, as
+    // long as the iCloud parsers hold what was read.
+    std::lock_guard lock(mutex_);
+    icloudScope_ = BackupScope({path, icloudDownloadPath_});
   }
   queryContactWithPath(path);
   queryCalendarWithPath(path);

@@ -19,6 +19,7 @@
 #include "dataparser/report/viewer_assets.h"
 #include "dataparser/util/date.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 
@@ -49,7 +50,7 @@ bool namesLocalFile(std::string_view name) {
 // An absolute path of a regular file.
 bool isLocalFile(std::string_view path) {
   return !path.empty() && path.front() == '/' && path.find('\0') == std::string_view::npos &&
-         isRegularFile(std::string(path));
+         isBackupFile(std::string(path));
 }
 
 // "file://" and the path with every byte but unreserved ones and "/" percent-escaped.

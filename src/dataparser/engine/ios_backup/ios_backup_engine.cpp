@@ -70,6 +70,7 @@ void IOSBackupEngine::UninitPackageData() {
   threads_.joinOthers();
   std::lock_guard lock(mutex_);
   callback_ = nullptr;
+  scope_.reset();
 }
 
 void IOSBackupEngine::AddBackupFolder(const std::string& path) {
@@ -134,6 +135,12 @@ void IOSBackupEngine::run(const Scan& scan) {
     send(scan, kEngineScanFailed, &error);
   } else {
     workFolder = makeScanFolder(scan.tempFolder, scan.generation);
+    {
+      // The blocks name files of the backup and the message files of the scan folder; the
+      // scope stays until the engine is uninitialised, for the fields read after the scan.
+      std::lock_guard lock(mutex_);
+      scope_ = BackupScope({scan.folder, workFolder});
+    }
     const bool everything = scan.scanTypes.empty() || scan.scanTypes.contains(0);
     std::vector<const BackupReader*> readers;
     if (everything) {
