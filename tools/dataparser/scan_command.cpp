@@ -18,6 +18,7 @@
 #include "dataparser/model/conversation.h"
 #include "dataparser/report/report_writer.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "tools/dataparser/scan_export.h"
 
 namespace dataparser::cli {
@@ -190,15 +191,12 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   int status = result.get();
   bar->done();
   parser.setDelegate({});
-  // The engine is released when the command returns, so that its thread has ended by then; it
-  // lives through the export, whose lazy fields (sizes, pictures) look only inside the backup.
-  struct EngineRelease {
-    IOSDataParser& parser;
-    ~EngineRelease() {
-      parser.setPackageEngine(nullptr);
-      parser.setAndroidPackageEngine(nullptr);
-    }
-  } release{parser};
+  // Release the engine so that its thread has ended before the command returns.
+  parser.setPackageEngine(nullptr);
+  parser.setAndroidPackageEngine(nullptr);
+  // Fields read by the export (sizes, pictures) look for files only inside the scanned folder,
+  // as the parsers did during the scan.
+  const BackupScope scope({folder.string()});
 
   printSummary(*scan, out);
   std::fflush(out);  // piped output keeps its order with the messages on `err`

@@ -35,7 +35,6 @@
 #include "dataparser/core/dispatch.h"
 #include "dataparser/core/package_engine.h"
 #include "dataparser/model/base_parser.h"
-#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 
 namespace dataparser {
@@ -229,7 +228,6 @@ class IOSDataParser final : public BackupManagerObserver {
   ItemList icloudNoteShowArr_;
   ItemList icloudReminderShowArr_;
   std::string icloudDownloadPath_;
-  BackupScope icloudScope_;  // the account folder being read and the download folder
 
   std::atomic<bool> parseDeleted_ = false;
   std::atomic<IOSDataType> selectedDataType_ = 0;

@@ -8,8 +8,8 @@
 // with a callback with null text (code 20, or 21 for a WhatsApp Business extraction), the Android
 // end signal, unless the recording's last block already is a ".null" one that was sent. Without
 // a recording the engine reports an error (code 0) and nothing else. QMDataStop ends the replay
-// between blocks; the end signal still follows. From the start of a replay until the engine's
-// end, paths that the blocks name count only inside the recording and the template copy.
+// between blocks; the end signal still follows. While a replay runs, paths that its blocks name
+// count only inside the recording and the template copy (a BackupScope).
 //
 // Every call made to the engine is recorded for inspection (`calls`).
 //
@@ -26,7 +26,6 @@
 #include <vector>
 
 #include "dataparser/core/android_package_engine.h"
-#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -70,7 +69,6 @@ class AndroidReplayEngine final : public AndroidPackageEngine {
   std::string filter_;
   bool replaying_ = false;
   std::atomic<bool> stopRequested_ = false;
-  BackupScope scope_;  // of the latest replay
   std::thread thread_;
 };
 

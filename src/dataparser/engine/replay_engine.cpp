@@ -7,6 +7,7 @@
 #include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
 
@@ -101,7 +102,6 @@ void ReplayEngine::UninitPackageData() {
   threads_.joinOthers();
   std::lock_guard lock(mutex_);
   callback_ = nullptr;
-  scope_.reset();
 }
 
 void ReplayEngine::AddBackupFolder(const std::string& path) {
@@ -146,9 +146,6 @@ void ReplayEngine::AddPackageFileFinish() {
   std::lock_guard lock(mutex_);
   if (replaying_ && !ended_) return;
   Replay replay = prepareReplay();
-  // Files that the blocks name count only inside the recording and the template copy; the
-  // scope stays until the engine is uninitialised, for the fields read after the scan.
-  scope_ = BackupScope({replay.root, replay.tempFolder});
   replaying_ = true;
   ended_ = false;
   replay.generation = ++generation_;
@@ -219,6 +216,9 @@ void ReplayEngine::run(Replay replay) {
   auto isData = [](CallbackTypeExtend code) {
     return callbackRouteForCode(code).outcome == CallbackOutcome::kData;
   };
+  // While the replay runs, files that its blocks name count only inside the recording and the
+  // template copy.
+  const BackupScope scope({replay.root, replay.tempFolder});
   const bool ownBegin = holds(kScanBegan);
   const bool ownProgress = holds(kProgress);
   const auto total = std::count_if(replay.blocks.begin(), replay.blocks.end(),

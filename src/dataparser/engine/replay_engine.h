@@ -31,8 +31,8 @@
 // and clears a stop; a stop asked for before the end of the input ends that scan as soon as it
 // starts.
 //
-// Files: from the start of a replay until UninitPackageData (or the engine's end), paths that
-// the blocks name count only inside the recording and the template copy (a BackupScope).
+// While a replay runs, paths that its blocks name count only inside the recording and the
+// template copy (a BackupScope, util/file_scope.h).
 //
 // Every call made to the engine is recorded for inspection (`calls`).
 //
@@ -52,7 +52,6 @@
 #include "dataparser/core/package_engine.h"
 #include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
-#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -126,7 +125,6 @@ class ReplayEngine final : public PackageEngine {
   std::uint64_t generation_ =
       0;  // of the latest replay  // the running replay has sent its end (92 or 84)
   std::atomic<bool> stopRequested_ = false;
-  BackupScope scope_;      // of the latest replay
   EngineThreads threads_;  // last: joined before the state above goes
 };
 

@@ -71,8 +71,6 @@ void IOSDataParser::releaseiCloudParser() {
                              ICloudParser::kNote, ICloudParser::kReminder}) {
     setICloudParser(which, nullptr);
   }
-  std::lock_guard lock(mutex_);
-  icloudScope_.reset();
 }
 
 ItemList IOSDataParser::icloudNoteShowArr() const {
@@ -112,12 +110,9 @@ void IOSDataParser::startParseiCloudBackupWithPath(const std::string& path) {
     RunLog::write("backup not exist:{}", index);
     return;
   }
-  {
-    // Files the account's data names count only inside its folder and the download folder, as
-    // long as the iCloud parsers hold what was read.
-    std::lock_guard lock(mutex_);
-    icloudScope_ = BackupScope({path, icloudDownloadPath_});
-  }
+  // While the account is read, files that its data names count only inside its folder and the
+  // download folder.
+  const BackupScope scope({path, icloudDownloadPath()});
   queryContactWithPath(path);
   queryCalendarWithPath(path);
   queryNoteWithPath(path);

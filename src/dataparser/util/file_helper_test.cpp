@@ -38,6 +38,8 @@ TEST(FileHelperTest, WorkingRootThatCannotBeCreatedIsLoggedAndReturned) {
   EXPECT_EQ(productDomainPath(), blocker + "/host");
   ASSERT_EQ(logs.system().lines().size(), 1u);
   EXPECT_TRUE(logs.system().lines()[0].starts_with("Create path failed: " + blocker + "/host, "));
+  setApplicationSupportRoot("");
+  setBundleIdentifier("org.dataparser.tests");
 }
 
 TEST(FileHelperTest, FileSizeAtPath) {

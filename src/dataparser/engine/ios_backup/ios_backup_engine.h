@@ -17,9 +17,8 @@
 //
 // Files the blocks name go to a fresh folder below the temporary folder of InitPackageData (the
 // system's temporary folder when none was given), removed when the scan ends; the parsers have
-// read them by then, since the callback parses synchronously. From the start of a scan until
-// UninitPackageData (or the engine's end), paths that the blocks name count only inside the
-// backup folder and that scan folder.
+// read them by then, since the callback parses synchronously. While a scan runs, paths that its
+// blocks name count only inside the backup folder and that scan folder (a BackupScope).
 //
 // When: the scan starts at AddPackageFileFinish and runs on its own thread; StartPackage only
 // registers the callback. A second finish while a scan runs is ignored, unless that scan has
@@ -40,7 +39,6 @@
 
 #include "dataparser/core/package_engine.h"
 #include "dataparser/engine/engine_threads.h"
-#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -92,7 +90,6 @@ class IOSBackupEngine final : public PackageEngine {
   bool ended_ = false;  // the running scan has sent its end
   std::uint64_t generation_ = 0;
   std::atomic<bool> stopRequested_ = false;
-  BackupScope scope_;      // of the latest scan: the backup folder and the temporary folder
   EngineThreads threads_;  // last: joined before the state above goes
 };
 
