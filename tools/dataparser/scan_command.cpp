@@ -1,5 +1,6 @@
 #include "tools/dataparser/scan_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -26,16 +27,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Calls `each` with every attachment reachable from one reported item: the item itself when it
-// is an attachment, the attachments of its messages when it is a conversation.
+// What makes two attachments the same: their file when they have one (a message's attachment
+// and the attachment list's entry may be two objects for one file), else the object itself.
+std::string attachmentKey(const IOSAttachmentItem& attachment) {
+  if (!attachment.localPath().empty()) return "file " + attachment.localPath();
+  return fmt::format("item {}", fmt::ptr(&attachment));
+}
+
+// Calls `each` with the key of every attachment reachable from one reported item: the item itself
+// when it is an attachment, the attachments of its messages when it is a conversation.
 template <class Each>
 void forEachAttachment(const IOSBaseItem& item, Each&& each) {
-  if (dynamic_cast<const IOSAttachmentItem*>(&item) != nullptr) {
-    each(&item);
+  if (const auto* attachment = dynamic_cast<const IOSAttachmentItem*>(&item)) {
+    each(attachmentKey(*attachment));
   } else if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
     for (const MessagePtr& message : session->contents()) {
       if (message && message->isAttachment() && message->attachment())
-        each(message->attachment().get());
+        each(attachmentKey(*message->attachment()));
     }
   }
 }
@@ -71,16 +79,16 @@ std::atomic<bool> gInterrupted = false;
 std::vector<SummaryRow> summaryRows(const std::map<std::int64_t, ItemList>& lists) {
   std::vector<SummaryRow> rows;
   std::vector<const ItemList*> seen;  // the list of each row, for lists reported twice
-  std::set<const void*> counted;      // every attachment of the table, once
+  std::set<std::string> counted;      // every attachment of the table, once
   for (const auto& [type, items] : lists) {
     SummaryRow row{type, std::string(IOSDataTypeName(type)), items.size(), 0, {}};
     if (row.name.empty()) row.name = "Type " + std::to_string(type);
     for (std::size_t i = 0; i < seen.size(); ++i) {
       if (*seen[i] == items) row.sameAs = rows[i].name;  // the same items, in the same order
     }
-    std::set<const void*> own;
+    std::set<std::string> own;
     for (const ItemPtr& item : items) {
-      if (item) forEachAttachment(*item, [&](const void* attachment) { own.insert(attachment); });
+      if (item) forEachAttachment(*item, [&](std::string key) { own.insert(std::move(key)); });
     }
     if (row.sameAs.empty()) row.attachments = own.size();
     counted.insert(own.begin(), own.end());
@@ -97,10 +105,14 @@ void printSummary(const ScanExport& scan, std::FILE* out) {
   const std::vector<SummaryRow> rows = summaryRows(lists);
   for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
     const SummaryRow& row = rows[i];
-    std::string attachments =
-        row.sameAs.empty() ? std::to_string(row.attachments) : "same list as " + row.sameAs;
-    std::fprintf(out, "%-14lld %-38s %8zu %12s\n", static_cast<long long>(row.type),
-                 row.name.c_str(), row.items, attachments.c_str());
+    if (row.sameAs.empty()) {
+      std::fprintf(out, "%-14lld %-38s %8zu %12zu\n", static_cast<long long>(row.type),
+                   row.name.c_str(), row.items, row.attachments);
+    } else {
+      std::fprintf(out, "%-14lld %-38s %8zu %12s  (same list as %s)\n",
+                   static_cast<long long>(row.type), row.name.c_str(), row.items, "-",
+                   row.sameAs.c_str());
+    }
   }
   std::fprintf(out, "%-14s %-38s %8s %12zu\n", "", rows.back().name.c_str(), "",
                rows.back().attachments);

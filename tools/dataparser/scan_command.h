@@ -41,9 +41,10 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err);
 void addScanCommand(CLI::App& app);
 
 // One line of the summary. `attachments` counts the distinct attachments of the row (attachment
-// items, or the attachments of a conversation's messages). A list reported again under another
-// code (one attachment list shared by two apps) names the first row in `sameAs` and counts
-// nothing. The last row, "All attachments", counts every attachment of the table once.
+// items, or the attachments of a conversation's messages; two objects for one file are one). A list
+// reported again under another code (one attachment list shared by two apps) names the first row in
+// `sameAs` and counts nothing. The last row, "All attachments", counts every attachment of the
+// table once.
 struct SummaryRow {
   std::int64_t type = 0;
   std::string name;

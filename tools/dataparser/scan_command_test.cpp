@@ -13,10 +13,14 @@ TEST(ScanSummaryTest, EveryAttachmentCountsOnceAndSharedListsOnce) {
   ItemPtr a = IOSAttachmentItem::item(), b = IOSAttachmentItem::item();
   ItemPtr c = IOSAttachmentItem::item(), d = IOSAttachmentItem::item();
   ItemPtr member = IOSBaseItem::itemWithDictionary<IOSMemberItem>(json::Value());
+  // A second object for a's file, as a message's attachment and a list's entry may be.
+  auto e = IOSAttachmentItem::item();
+  std::static_pointer_cast<IOSAttachmentItem>(a)->setLocalPath("/backup/a.jpg");
+  e->setLocalPath("/backup/a.jpg");
   // WhatsApp and WhatsApp Business report one list; the Kik lists share an attachment.
   const std::map<std::int64_t, ItemList> lists = {
       {kResultWhatsAppAttachments, {a, b}}, {kResultWhatsAppBusinessAttachments, {a, b}},
-      {IOSDataTypeKikMedia, {c}},           {kResultKikAttachments, {c, d, d}},
+      {IOSDataTypeKikMedia, {c}},           {kResultKikAttachments, {c, d, d, e}},
       {IOSDataTypeContact, {member}},       {1, {}},
   };
   struct Row {
@@ -31,7 +35,7 @@ TEST(ScanSummaryTest, EveryAttachmentCountsOnceAndSharedListsOnce) {
       {1, "Type 1", 0, 0, ""},
       {IOSDataTypeContact, "Contacts", 1, 0, ""},
       {kResultWhatsAppAttachments, "WhatsApp attachments", 2, 2, ""},
-      {kResultKikAttachments, "Kik attachments", 3, 2, ""},
+      {kResultKikAttachments, "Kik attachments", 4, 3, ""},
       {kResultWhatsAppBusinessAttachments, "WhatsApp Business attachments", 2, 0,
        "WhatsApp attachments"},
       {0, "All attachments", 0, 4, ""},
