@@ -1,9 +1,11 @@
 // Where the files that backup data names may be: the one rule for every path read from a
 // recording, a device backup or an iCloud folder before it is tested or opened.
 //
-// While a scan's results are in use, its engine holds a BackupScope naming the folders of the
-// backup (the recording or backup folder, the engine's own temporary folder, an iCloud download
-// folder). While at least one scope is held, a path named by backup data counts only when
+// While a scan runs, its engine holds a BackupScope naming the folders of the backup (the
+// recording or backup folder, the engine's own temporary folder, an iCloud download folder); a
+// host that reads items' lazy fields later (sizes, pictures) holds one of its own for that, as
+// the CLI does for its export. While at least one scope is held, a path named by backup data
+// counts only when
 //   - it holds no NUL byte and is absolute, and
 //   - it resolves (symbolic links and ".." followed) to a place inside one registered folder or
 //     inside the library's own working folders (the working root and the resource folder).
