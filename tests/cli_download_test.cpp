@@ -139,8 +139,10 @@ TEST(CliDownloadTest, ResumesAfterADropAndTrustsTheNamedAuthority) {
   CliResult untrusted = runCli(dir, server.url("/files/r.bin"), dest);
   EXPECT_NE(untrusted.status, 0);
 
-  CliResult dropped = runCli(dir, server.url("/files/r.bin?dropAt=12345"), dest,
-                             " --cacert " + shellQuoted(authority));
+  server.setFaults("dropAt=12345");
+  CliResult dropped =
+      runCli(dir, server.url("/files/r.bin"), dest, " --cacert " + shellQuoted(authority));
+  server.setFaults("");
   EXPECT_NE(dropped.status, 0);
   EXPECT_FALSE(fileExists(dest));
   server.clearRequests();

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -115,6 +116,7 @@ struct HttpTestServer::Impl {
   mutable std::mutex mutex;
   std::map<std::string, std::shared_ptr<const std::string>, std::less<>> files;
   std::vector<Request> requests;
+  std::map<std::string, std::string> faults;  // set for every request
 
   void install();
   void record(const httplib::Request& request);
@@ -154,11 +156,20 @@ std::size_t rangeStart(const std::string& header) {
 
 void HttpTestServer::Impl::serveFile(const httplib::Request& request, httplib::Response& response) {
   std::shared_ptr<const std::string> file;
+  std::map<std::string, std::string> standing;
   {
     std::lock_guard lock(mutex);
     auto found = files.find(request.matches[1].str());
     if (found != files.end()) file = found->second;
+    standing = faults;
   }
+  // A fault asked for in the query, else one set for every request.
+  auto has = [&](const char* name) { return request.has_param(name) || standing.contains(name); };
+  auto number = [&](const char* name, long otherwise) {
+    if (request.has_param(name)) return numberParameter(request, name, otherwise);
+    auto found = standing.find(name);
+    return found == standing.end() ? otherwise : std::stol(found->second);
+  };
   // The ranges are ours to apply: keep the library from applying them a second time.
   const_cast<httplib::Request&>(request).ranges.clear();
   if (!file) {
@@ -166,32 +177,38 @@ void HttpTestServer::Impl::serveFile(const httplib::Request& request, httplib::R
     response.set_content("no such file", "text/plain");
     return;
   }
-  if (request.has_param("status")) {
-    response.status = static_cast<int>(numberParameter(request, "status", 500));
+  if (has("status")) {
+    response.status = static_cast<int>(number("status", 500));
     response.set_content("error page for status " + std::to_string(response.status), "text/html");
     return;
   }
 
   const std::size_t size = file->size();
-  std::size_t start =
-      request.has_param("ignoreRange") ? 0 : rangeStart(request.get_header_value("Range"));
+  // The validator: an entity tag of the content. A range is applied only while "If-Range"
+  // (when sent) still names it.
+  const std::string etag = HttpTestServer::etagOf(*file);
+  if (!has("noValidator")) response.set_header("ETag", etag);
+  const bool ignoreRange =
+      has("ignoreRange") || (request.has_header("If-Range") && !has("ignoreIfRange") &&
+                             request.get_header_value("If-Range") != etag);
+  std::size_t start = ignoreRange ? 0 : rangeStart(request.get_header_value("Range"));
   if (start > size) {
     response.status = 416;
     response.set_header("Content-Range", "bytes */" + std::to_string(size));
     response.set_content("range not satisfiable", "text/plain");
     return;
   }
-  const bool partial = request.has_header("Range") && !request.has_param("ignoreRange");
+  const bool partial = request.has_header("Range") && !ignoreRange;
   response.status = partial ? 206 : 200;
-  const bool chunked = request.has_param("chunked");
-  if (partial && (!chunked || request.has_param("contentRange"))) {
+  const bool chunked = has("chunked");
+  if (partial && (!chunked || has("contentRange"))) {
     response.set_header("Content-Range", "bytes " + std::to_string(start) + "-" +
                                              std::to_string(size == 0 ? 0 : size - 1) + "/" +
                                              std::to_string(size));
   }
-  const std::size_t dropAt = static_cast<std::size_t>(numberParameter(request, "dropAt", -1));
-  const std::size_t step = static_cast<std::size_t>(numberParameter(request, "trickle", 1 << 20));
-  const long every = numberParameter(request, "every", 0);
+  const std::size_t dropAt = static_cast<std::size_t>(number("dropAt", -1));
+  const std::size_t step = static_cast<std::size_t>(number("trickle", 1 << 20));
+  const long every = number("every", 0);
 
   // Writes the file from byte start + offset on, within the fault's limits. False ends the
   // answer early, which drops the connection.
@@ -224,7 +241,8 @@ void HttpTestServer::Impl::serveFile(const httplib::Request& request, httplib::R
 
 void HttpTestServer::Impl::record(const httplib::Request& request) {
   std::lock_guard lock(mutex);
-  requests.push_back({request.path, queryOf(request), request.get_header_value("Range")});
+  requests.push_back({request.path, queryOf(request), request.get_header_value("Range"),
+                      request.get_header_value("If-Range")});
 }
 
 void HttpTestServer::Impl::install() {
@@ -284,6 +302,23 @@ std::string HttpTestServer::url(std::string_view pathAndQuery) const {
 
 int HttpTestServer::port() const {
   return impl_->port;
+}
+
+std::string HttpTestServer::etagOf(std::string_view content) {
+  return "\"" + std::to_string(std::hash<std::string_view>{}(content)) + "\"";
+}
+
+void HttpTestServer::setFaults(std::string_view query) {
+  std::map<std::string, std::string> parsed;
+  while (!query.empty()) {
+    std::string_view pair = query.substr(0, query.find('&'));
+    query.remove_prefix(std::min(query.size(), pair.size() + 1));
+    std::size_t equals = pair.find('=');
+    parsed[std::string(pair.substr(0, equals))] =
+        equals == std::string_view::npos ? "1" : std::string(pair.substr(equals + 1));
+  }
+  std::lock_guard lock(impl_->mutex);
+  impl_->faults = std::move(parsed);
 }
 
 std::vector<HttpTestServer::Request> HttpTestServer::requests() const {

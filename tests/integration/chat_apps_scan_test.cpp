@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -110,19 +111,52 @@ TEST(ChatAppsScanTest, HostileInputFinishesAndWritesNothingOutside) {
       {"account_id": "../../k", "kik_chat_sessions": [1, {"session_id": "../s",
         "msg_file_list": ["{{ROOT}}/files/broken.json", "{{ROOT}}/files/missing.json",
                           "{{ROOT}}/files/list.json", "{{ROOT}}/files/good.json", 9]}],
-       "media_file_info": ["x", {"data_file_path": "{{ROOT}}/../outside", "plist_id": "../p"}]}]})");
+       "media_file_info": ["x", {"data_file_path": "{{ROOT}}/../outside", "plist_id": "../p"},
+         {"data_file_path": "{{ROOT}}/files/kept.jpg", "data_suffix": ".jpg", "plist_id": "kept"},
+         {"data_file_path": "{{ROOT}}/../outside.jpg", "plist_id": "up"},
+         {"data_file_path": "{{ROOT}}/files/../../outside.jpg", "plist_id": "dots"},
+         {"data_file_path": "{{ROOT}}/files/link.jpg", "plist_id": "link"},
+         {"data_file_path": "/etc/passwd", "plist_id": "passwd"},
+         {"data_file_path": "files/kept.jpg", "plist_id": "relative"},
+         {"data_file_path": "{{ROOT}}/files/kept.jpg\u0000x", "plist_id": "nul"}]}]})");
+  // Files outside the recording that its paths reach by "..", a link or the current folder.
+  const std::string outside = dir.write("outside.jpg", "\xff\xd8\xff");
+  dir.write("recording/files/kept.jpg", "\xff\xd8\xff");
+  fs::create_symlink(outside, dir.path() / "recording/files/link.jpg");
   dir.write("recording/stream/000003-50.json", "this is not JSON");
   dir.write("recording/stream/000004-53.json", R"({"line_accounts": [null, 3,
       {"account_id": "a/b", "line_chat_sessions": [{"msg_file_list": ["{{ROOT}}/files/list.json",
        "{{ROOT}}/files/absent.json"]}]}]})");
   dir.write("recording/stream/000005-50.json",
             R"({"viber_calls": [{"name": "x", "flags": 0}], "viber_chat_session": [3]})");
+  const fs::path cwd = fs::current_path();
+  fs::current_path(dir.path() / "recording");  // where "files/kept.jpg" would be found
   ScanRun run = scan(dir.str() + "/recording", false, dir);
+  fs::current_path(cwd);
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.exported["status"].integer(), 1);
   EXPECT_EQ(reportsOf(run.exported),
             (std::vector<std::string>{report(IOSDataTypeKikMedia, 4), report(IOSDataTypeKik, 1),
-                                      report(IOSDataTypeLine, 1), report(kResultViberCalls, 1)}));
+                                      report(kResultKikAttachments, 1), report(IOSDataTypeLine, 1),
+                                      report(kResultViberCalls, 1)}));
+  // Only the file inside the recording is an attachment; no path outside it is reported.
+  EXPECT_EQ(list(run, kResultKikAttachments).at(0)["name"].string(), "kept.jpg");
+  const std::string inside = dir.str() + "/recording";
+  const std::string working = dir.str() + "/support";
+  // Every file path field (localPath, thumbPath, ...; a device path names no local file).
+  std::function<void(json::View)> walk = [&](json::View value) {
+    for (json::View element : value.elements())
+      walk(element);
+    for (const json::Member& member : value.members()) {
+      const std::string_view path = member.value.string();
+      if (member.key.ends_with("Path") && member.key != "devicePath" && !path.empty()) {
+        EXPECT_TRUE(path.starts_with(inside) || path.starts_with(working))
+            << member.key << ": " << path;
+      }
+      walk(member.value);
+    }
+  };
+  walk(run.exported.view());
   json::View kik = list(run, IOSDataTypeKik).at(0);
   EXPECT_EQ(kik["account"].string(), "Account1");
   EXPECT_EQ(kik["items"].at(0)["contents"].at(0)["text"].string(), "kept");

@@ -64,7 +64,7 @@ TEST(ScanIntegrationTest, SampleRecordingEndToEnd) {
   EXPECT_EQ(sessions.at(2)["recentMessage"].string(), "Social Message Attachment - [a audio]");
   EXPECT_EQ(out["lists"]["1048576"].size(), 5u);
 
-  EXPECT_NE(run.out.find("IOSDataTypeSMS"), std::string::npos);
+  EXPECT_NE(run.out.find("SMS attachments"), std::string::npos);
   EXPECT_NE(run.out.find("scan finished"), std::string::npos);
 
   // With deleted data, the deleted message and the deleted conversation come back.

@@ -14,6 +14,7 @@
 #include "dataparser/core/ios_data_parser.h"
 #include "dataparser/icloud/icloud_codes.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "tools/dataparser/scan_command.h"
 #include "tools/dataparser/scan_export.h"
@@ -117,6 +118,11 @@ int runICloud(const ICloudOptions& options, std::FILE* out, std::FILE* err) {
   }
   scan->finish(1);
   parser.setDelegate({});
+  // Fields read by the export look for files only inside the account folder and the download
+  // folder, as the parsers did.
+  const BackupScope scope(
+      {folder.string(),
+       options.downloadPath.empty() ? "" : fs::absolute(options.downloadPath, error).string()});
 
   printSummary(*scan, out);
   if (!options.jsonPath.empty()) {

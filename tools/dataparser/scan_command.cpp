@@ -1,5 +1,6 @@
 #include "tools/dataparser/scan_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <future>
 #include <memory>
+#include <set>
 
 #include "dataparser/core/data_type.h"
 #include "dataparser/core/delegate.h"
@@ -17,6 +19,7 @@
 #include "dataparser/model/conversation.h"
 #include "dataparser/report/report_writer.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "tools/dataparser/scan_export.h"
 
 namespace dataparser::cli {
@@ -24,17 +27,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Attachments reachable from one reported item: the item itself when it is an attachment, the
-// attachments of its messages when it is a conversation.
-std::size_t attachmentCount(const IOSBaseItem& item) {
-  if (dynamic_cast<const IOSAttachmentItem*>(&item) != nullptr) return 1;
-  std::size_t count = 0;
-  if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
+// What makes two attachments the same: their file when they have one (a message's attachment
+// and the attachment list's entry may be two objects for one file), else the object itself.
+std::string attachmentKey(const IOSAttachmentItem& attachment) {
+  if (!attachment.localPath().empty()) return "file " + attachment.localPath();
+  return fmt::format("item {}", fmt::ptr(&attachment));
+}
+
+// Calls `each` with the key of every attachment reachable from one reported item: the item itself
+// when it is an attachment, the attachments of its messages when it is a conversation.
+template <class Each>
+void forEachAttachment(const IOSBaseItem& item, Each&& each) {
+  if (const auto* attachment = dynamic_cast<const IOSAttachmentItem*>(&item)) {
+    each(attachmentKey(*attachment));
+  } else if (const auto* session = dynamic_cast<const IOSBaseSessionItem*>(&item)) {
     for (const MessagePtr& message : session->contents()) {
-      if (message && message->isAttachment() && message->attachment()) ++count;
+      if (message && message->isAttachment() && message->attachment())
+        each(attachmentKey(*message->attachment()));
     }
   }
-  return count;
 }
 
 class ProgressBar {
@@ -65,17 +76,46 @@ std::atomic<bool> gInterrupted = false;
 
 }  // namespace
 
-void printSummary(const ScanExport& scan, std::FILE* out) {
-  std::fprintf(out, "%-14s %-32s %10s %12s\n", "type", "name", "items", "attachments");
-  for (const auto& [type, items] : scan.lists()) {
-    std::size_t attachments = 0;
-    for (const ItemPtr& item : items) {
-      if (item) attachments += attachmentCount(*item);
+std::vector<SummaryRow> summaryRows(const std::map<std::int64_t, ItemList>& lists) {
+  std::vector<SummaryRow> rows;
+  std::vector<const ItemList*> seen;  // the list of each row, for lists reported twice
+  std::set<std::string> counted;      // every attachment of the table, once
+  for (const auto& [type, items] : lists) {
+    SummaryRow row{type, std::string(IOSDataTypeName(type)), items.size(), 0, {}};
+    if (row.name.empty()) row.name = "Type " + std::to_string(type);
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+      if (*seen[i] == items) row.sameAs = rows[i].name;  // the same items, in the same order
     }
-    std::string_view name = IOSDataTypeName(type);
-    std::fprintf(out, "%-14lld %-32.*s %10zu %12zu\n", static_cast<long long>(type),
-                 static_cast<int>(name.size()), name.data(), items.size(), attachments);
+    std::set<std::string> own;
+    for (const ItemPtr& item : items) {
+      if (item) forEachAttachment(*item, [&](std::string key) { own.insert(std::move(key)); });
+    }
+    if (row.sameAs.empty()) row.attachments = own.size();
+    counted.insert(own.begin(), own.end());
+    seen.push_back(&items);
+    rows.push_back(std::move(row));
   }
+  rows.push_back(SummaryRow{0, "All attachments", 0, counted.size(), {}});
+  return rows;
+}
+
+void printSummary(const ScanExport& scan, std::FILE* out) {
+  std::fprintf(out, "%-14s %-38s %8s %12s\n", "type", "name", "items", "attachments");
+  const std::map<std::int64_t, ItemList> lists = scan.lists();
+  const std::vector<SummaryRow> rows = summaryRows(lists);
+  for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
+    const SummaryRow& row = rows[i];
+    if (row.sameAs.empty()) {
+      std::fprintf(out, "%-14lld %-38s %8zu %12zu\n", static_cast<long long>(row.type),
+                   row.name.c_str(), row.items, row.attachments);
+    } else {
+      std::fprintf(out, "%-14lld %-38s %8zu %12s  (same list as %s)\n",
+                   static_cast<long long>(row.type), row.name.c_str(), row.items, "-",
+                   row.sameAs.c_str());
+    }
+  }
+  std::fprintf(out, "%-14s %-38s %8s %12zu\n", "", rows.back().name.c_str(), "",
+               rows.back().attachments);
 }
 
 std::string androidDatabasePath(const std::string& folder) {
@@ -166,6 +206,9 @@ int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err) {
   // Release the engine so that its thread has ended before the command returns.
   parser.setPackageEngine(nullptr);
   parser.setAndroidPackageEngine(nullptr);
+  // Fields read by the export (sizes, pictures) look for files only inside the scanned folder,
+  // as the parsers did during the scan.
+  const BackupScope scope({folder.string()});
 
   printSummary(*scan, out);
   std::fflush(out);  // piped output keeps its order with the messages on `err`

@@ -6,8 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <map>
 #include <string>
+#include <vector>
+
+#include "dataparser/model/base_item.h"
 
 namespace dataparser::cli {
 
@@ -33,6 +39,20 @@ std::string androidDatabasePath(const std::string& folder);
 int runScan(const ScanOptions& options, std::FILE* out, std::FILE* err);
 
 void addScanCommand(CLI::App& app);
+
+// One line of the summary. `attachments` counts the distinct attachments of the row (attachment
+// items, or the attachments of a conversation's messages; two objects for one file are one). A list
+// reported again under another code (one attachment list shared by two apps) names the first row in
+// `sameAs` and counts nothing. The last row, "All attachments", counts every attachment of the
+// table once.
+struct SummaryRow {
+  std::int64_t type = 0;
+  std::string name;
+  std::size_t items = 0;
+  std::size_t attachments = 0;
+  std::string sameAs;
+};
+std::vector<SummaryRow> summaryRows(const std::map<std::int64_t, ItemList>& lists);
 
 // The summary table (type, name, items, attachments) of what `scan` recorded.
 void printSummary(const ScanExport& scan, std::FILE* out);

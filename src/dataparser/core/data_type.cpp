@@ -61,65 +61,61 @@ static_assert(kRoutes.front().code == 48 && kRoutes.back().code == 92 &&
                   kRoutes.size() == 92 - 48 + 1,
               "one route per code from 48 to 92, in order");
 
-// Each type's name for logs and its name for people (report navigation).
 struct Name {
   IOSDataType type;
   std::string_view name;
-  std::string_view displayName;
 };
 
+// Display names, one style for every data type and result code: the app or kind, capitalised.
 constexpr std::array kNames = {
-    Name{IOSDataTypePhoto, "IOSDataTypePhoto", "Photos"},
-    Name{IOSDataTypeAppPhoto, "IOSDataTypeAppPhoto", "App photos"},
-    Name{IOSDataTypeAppAudio, "IOSDataTypeAppAudio", "App audio"},
-    Name{IOSDataTypeAppVideo, "IOSDataTypeAppVideo", "App videos"},
-    Name{IOSDataTypeAppDocument, "IOSDataTypeAppDocument", "App documents"},
-    Name{IOSDataTypeBook, "IOSDataTypeBook", "Books"},
-    Name{IOSDataTypeVoiceMemo, "IOSDataTypeVoiceMemo", "Voice memos"},
-    Name{IOSDataTypeVoiceMail, "IOSDataTypeVoiceMail", "Voicemail"},
-    Name{IOSDataTypeContact, "IOSDataTypeContact", "Contacts"},
-    Name{IOSDataTypeCallHistory, "IOSDataTypeCallHistory", "Call history"},
-    Name{IOSDataTypeSafari, "IOSDataTypeSafari", "Safari"},
-    Name{IOSDataTypeSafariHistory, "IOSDataTypeSafariHistory", "Safari history"},
-    Name{IOSDataTypeCalendar, "IOSDataTypeCalendar", "Calendar"},
-    Name{IOSDataTypeReminder, "IOSDataTypeReminder", "Reminders"},
-    Name{IOSDataTypeNote, "IOSDataTypeNote", "Notes"},
-    Name{IOSDataTypeSMS, "IOSDataTypeSMS", "Messages"},
-    Name{IOSDataTypeWhatsApp, "IOSDataTypeWhatsApp", "WhatsApp"},
-    Name{IOSDataTypeKik, "IOSDataTypeKik", "Kik"},
-    Name{IOSDataTypeLine, "IOSDataTypeLine", "LINE"},
-    Name{IOSDataTypeViber, "IOSDataTypeViber", "Viber"},
-    Name{IOSDataTypeWeChat, "IOSDataTypeWeChat", "WeChat"},
-    Name{IOSDataTypeWhatsAppBusiness, "IOSDataTypeWhatsAppBusiness", "WhatsApp Business"},
-    Name{IOSDataTypeKikMedia, "IOSDataTypeKikMedia", "Kik thumbnails"},
-    Name{IOSDataTypeOtherNote, "IOSDataTypeOtherNote", "Notes of other accounts"},
-    Name{IOSDataTypeNoteMedia, "IOSDataTypeNoteMedia", "Note media"},
-    Name{IOSDataTypeWhatsAppMedia, "IOSDataTypeWhatsAppMedia", "WhatsApp media"},
-    Name{IOSDataTypeKikOtherMedia, "IOSDataTypeKikOtherMedia", "Kik media"},
-    Name{IOSDataTypeLineMedia, "IOSDataTypeLineMedia", "LINE media"},
-    Name{IOSDataTypeViberMedia, "IOSDataTypeViberMedia", "Viber media"},
-    Name{IOSDataTypeWeChatMedia, "IOSDataTypeWeChatMedia", "WeChat media"},
-    Name{kAndroidWhatsApp, "Android WhatsApp", "WhatsApp (Android)"},
-    Name{kAndroidWhatsAppBusiness, "Android WhatsApp Business", "WhatsApp Business (Android)"},
-    Name{kResultPhotoVideos, "photo library videos", "Videos"},
-    Name{kResultCallHistory, "call history", "FaceTime calls"},
-    Name{kResultNoteAttachments, "note attachments", "Note attachments"},
-    Name{kResultSMSAttachments, "SMS attachments", "Message attachments"},
-    Name{kResultWhatsAppAttachments, "WhatsApp attachments", "WhatsApp attachments"},
-    Name{kResultKikAttachments, "Kik attachments", "Kik attachments"},
-    Name{kResultLineAttachments, "LINE attachments", "LINE attachments"},
-    Name{kResultViberCalls, "Viber calls", "Viber calls"},
-    Name{kResultViberAttachments, "Viber attachments", "Viber attachments"},
-    Name{kResultWeChatAttachments, "WeChat attachments", "WeChat attachments"},
-    Name{kResultCalendarAttachments, "calendar attachments", "Calendar attachments"},
-    Name{kResultReminderAttachments, "reminder attachments", "Reminder attachments"},
-    Name{kResultWhatsAppBusinessAttachments, "WhatsApp Business attachments",
-         "WhatsApp Business attachments"},
-    Name{kResultAndroidWhatsAppAttachments, "Android WhatsApp attachments",
-         "WhatsApp attachments (Android)"},
-    Name{kResultAndroidWhatsAppBusinessAttachments, "Android WhatsApp Business attachments",
-         "WhatsApp Business attachments (Android)"},
-    Name{kResultWeChatSecondReport, "WeChat (second report)", "WeChat (second report)"},
+    Name{IOSDataTypePhoto, "Photos"},
+    Name{IOSDataTypeAppPhoto, "App photos"},
+    Name{IOSDataTypeAppAudio, "App audio"},
+    Name{IOSDataTypeAppVideo, "App videos"},
+    Name{IOSDataTypeAppDocument, "App documents"},
+    Name{IOSDataTypeBook, "Books"},
+    Name{IOSDataTypeVoiceMemo, "Voice memos"},
+    Name{IOSDataTypeVoiceMail, "Voicemail"},
+    Name{IOSDataTypeContact, "Contacts"},
+    Name{IOSDataTypeCallHistory, "Call history"},
+    Name{IOSDataTypeSafari, "Safari bookmarks"},
+    Name{IOSDataTypeSafariHistory, "Safari history"},
+    Name{IOSDataTypeCalendar, "Calendar events"},
+    Name{IOSDataTypeReminder, "Reminders"},
+    Name{IOSDataTypeNote, "Notes"},
+    Name{IOSDataTypeSMS, "SMS"},
+    Name{IOSDataTypeWhatsApp, "WhatsApp"},
+    Name{IOSDataTypeKik, "Kik"},
+    Name{IOSDataTypeLine, "LINE"},
+    Name{IOSDataTypeViber, "Viber"},
+    Name{IOSDataTypeWeChat, "WeChat"},
+    Name{IOSDataTypeWhatsAppBusiness, "WhatsApp Business"},
+    Name{IOSDataTypeKikMedia, "Kik media"},
+    Name{IOSDataTypeOtherNote, "Other notes"},
+    Name{IOSDataTypeNoteMedia, "Note media"},
+    Name{IOSDataTypeWhatsAppMedia, "WhatsApp media"},
+    Name{IOSDataTypeKikOtherMedia, "Kik other media"},
+    Name{IOSDataTypeLineMedia, "LINE media"},
+    Name{IOSDataTypeViberMedia, "Viber media"},
+    Name{IOSDataTypeWeChatMedia, "WeChat media"},
+    Name{kAndroidWhatsApp, "Android WhatsApp"},
+    Name{kAndroidWhatsAppBusiness, "Android WhatsApp Business"},
+    Name{kResultPhotoVideos, "Photo library videos"},
+    Name{kResultCallHistory, "Calls"},
+    Name{kResultNoteAttachments, "Note attachments"},
+    Name{kResultSMSAttachments, "SMS attachments"},
+    Name{kResultWhatsAppAttachments, "WhatsApp attachments"},
+    Name{kResultKikAttachments, "Kik attachments"},
+    Name{kResultLineAttachments, "LINE attachments"},
+    Name{kResultViberCalls, "Viber calls"},
+    Name{kResultViberAttachments, "Viber attachments"},
+    Name{kResultWeChatAttachments, "WeChat attachments"},
+    Name{kResultCalendarAttachments, "Calendar attachments"},
+    Name{kResultReminderAttachments, "Reminder attachments"},
+    Name{kResultWhatsAppBusinessAttachments, "WhatsApp Business attachments"},
+    Name{kResultAndroidWhatsAppAttachments, "Android WhatsApp attachments"},
+    Name{kResultAndroidWhatsAppBusinessAttachments, "Android WhatsApp Business attachments"},
+    Name{kResultWeChatSecondReport, "WeChat (second report)"},
 };
 
 }  // namespace
@@ -164,11 +160,6 @@ const Name* nameOf(IOSDataType type) {
 std::string_view IOSDataTypeName(IOSDataType type) {
   const Name* name = nameOf(type);
   return name ? name->name : std::string_view();
-}
-
-std::string_view IOSDataTypeDisplayName(IOSDataType type) {
-  const Name* name = nameOf(type);
-  return name ? name->displayName : std::string_view();
 }
 
 }  // namespace dataparser

@@ -98,11 +98,8 @@ CallbackRoute callbackRouteForCode(CallbackTypeExtend code);
 // Every tabulated callback code, in code order.
 std::span<const CallbackRoute> callbackRoutes();
 
-// Names for display and logs: the data type's name ("IOSDataTypeSMS"), the result list's
-// description for result-only codes ("SMS attachments"), "" for unknown values.
+// Names for display and logs, in one style for data types and result codes alike ("SMS",
+// "SMS attachments", "Kik media"); "" for unknown values.
 std::string_view IOSDataTypeName(IOSDataType type);
-// The name people read ("Messages", "Call history", "WhatsApp attachments"), "" for unknown
-// values.
-std::string_view IOSDataTypeDisplayName(IOSDataType type);
 
 }  // namespace dataparser

@@ -55,24 +55,21 @@ TEST(DataTypeTest, CallbackRoutes) {
     EXPECT_FALSE(IOSDataTypeName(route.type).empty()) << route.code;
   }
   EXPECT_EQ(seen.size(), 30u);
-  EXPECT_EQ(IOSDataTypeName(IOSDataTypeSMS), "IOSDataTypeSMS");
+  EXPECT_EQ(IOSDataTypeName(IOSDataTypeSMS), "SMS");
   EXPECT_EQ(IOSDataTypeName(1), "");
 
-  // People read display names: one for every data type and result list, never the same twice.
+  // People read these names: one for every data type and result list, never the same twice.
   for (IOSDataType result : {kResultPhotoVideos, kResultCallHistory, kResultSMSAttachments,
                              kResultViberCalls, kResultWeChatSecondReport, kAndroidWhatsApp}) {
     seen.insert(result);
   }
   std::set<std::string_view> displayNames;
   for (IOSDataType type : seen) {
-    std::string_view name = IOSDataTypeDisplayName(type);
+    std::string_view name = IOSDataTypeName(type);
     EXPECT_FALSE(name.empty()) << type;
     EXPECT_FALSE(name.starts_with("IOSDataType")) << name;
     EXPECT_TRUE(displayNames.insert(name).second) << name;
   }
-  EXPECT_EQ(IOSDataTypeDisplayName(IOSDataTypeSMS), "Messages");
-  EXPECT_EQ(IOSDataTypeDisplayName(IOSDataTypeCallHistory), "Call history");
-  EXPECT_EQ(IOSDataTypeDisplayName(1), "");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "dataparser/engine/recording.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
 
@@ -89,6 +90,9 @@ void AndroidReplayEngine::run(const Replay& replay) {
     replay.callback(code, text != nullptr ? text->c_str() : nullptr,
                     text != nullptr ? static_cast<int>(text->size()) : 0);
   };
+  // While the replay runs, files that its blocks name count only inside the recording and the
+  // template copy.
+  const BackupScope scope({replay.root, replay.tempFolder});
   std::optional<std::vector<recording::Block>> blocks;
   if (!replay.root.empty()) blocks = recording::streamBlocks(replay.root);
   if (!blocks) {

@@ -8,7 +8,8 @@
 // with a callback with null text (code 20, or 21 for a WhatsApp Business extraction), the Android
 // end signal, unless the recording's last block already is a ".null" one that was sent. Without
 // a recording the engine reports an error (code 0) and nothing else. QMDataStop ends the replay
-// between blocks; the end signal still follows.
+// between blocks; the end signal still follows. While a replay runs, paths that its blocks name
+// count only inside the recording and the template copy (a BackupScope).
 //
 // Every call made to the engine is recorded for inspection (`calls`).
 //

@@ -7,6 +7,7 @@
 #include "dataparser/engine/engine_threads.h"
 #include "dataparser/engine/recording.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 #include "dataparser/util/path.h"
 
@@ -215,6 +216,9 @@ void ReplayEngine::run(Replay replay) {
   auto isData = [](CallbackTypeExtend code) {
     return callbackRouteForCode(code).outcome == CallbackOutcome::kData;
   };
+  // While the replay runs, files that its blocks name count only inside the recording and the
+  // template copy.
+  const BackupScope scope({replay.root, replay.tempFolder});
   const bool ownBegin = holds(kScanBegan);
   const bool ownProgress = holds(kProgress);
   const auto total = std::count_if(replay.blocks.begin(), replay.blocks.end(),

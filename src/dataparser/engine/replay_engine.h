@@ -31,6 +31,9 @@
 // and clears a stop; a stop asked for before the end of the input ends that scan as soon as it
 // starts.
 //
+// While a replay runs, paths that its blocks name count only inside the recording and the
+// template copy (a BackupScope, util/file_scope.h).
+//
 // Every call made to the engine is recorded for inspection (`calls`).
 //
 // Thread safety: all operations may be called from any thread. The destructor stops the replay

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser::icloud {
@@ -148,8 +149,7 @@ ListedFiles listedFiles(const std::string& folder, const json::View& value) {
 }
 
 std::optional<std::string> readListedFile(const std::string& path) {
-  if (!isRegularFile(path)) return std::nullopt;
-  std::optional<std::string> bytes = readFile(path);
+  std::optional<std::string> bytes = readBackupFile(path);
   if (!bytes || bytes->empty()) return std::nullopt;
   return bytes;
 }

@@ -15,6 +15,7 @@
 #include "dataparser/parsers/personal/note.h"
 #include "dataparser/parsers/personal/reminder.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 
@@ -49,7 +50,7 @@ bool forEachListedFile(const std::string& folder, const json::View& value,
 }
 
 bool pathExists(std::string_view path) {
-  return !path.empty() && fileExists(std::string(path));
+  return !path.empty() && backupFileExists(std::string(path));
 }
 
 }  // namespace
@@ -113,6 +114,9 @@ void IOSDataParser::startParseiCloudBackupWithPath(const std::string& path) {
     RunLog::write("backup not exist:{}", index);
     return;
   }
+  // While the account is read, files that its data names count only inside its folder and the
+  // download folder.
+  const BackupScope scope({path, icloudDownloadPath()});
   queryContactWithPath(path);
   queryCalendarWithPath(path);
   queryNoteWithPath(path);

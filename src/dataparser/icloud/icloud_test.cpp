@@ -2,6 +2,7 @@
 #include <plist/plist.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <string>
@@ -215,7 +216,18 @@ TEST_F(ICloudTest, IndexVariantsChangeOnlyTheirOwnReports) {
         {"AlbumsInfo", ""},
         {"ReminderVersion", ""}},
        {"0x400:2"}},
+      {"a link leaving the folder is skipped",
+       {{"ContactInfo", arr({"elsewhere.json", "contacts.json"})},
+        {"CalendarInfo", ""},
+        {"NotesInfo", ""},
+        {"AlbumsInfo", ""},
+        {"ReminderVersion", ""}},
+       {"0x400:2"}},
   };
+  TempDir outside;
+  std::filesystem::create_symlink(
+      outside.write("contacts.json", R"({"contactArr": [{"contactId": "X", "firstName": "Eve"}]})"),
+      dir.path() / "elsewhere.json");
   for (const Case& test : cases) {
     SCOPED_TRACE(test.name);
     reports.clear();

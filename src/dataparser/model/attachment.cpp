@@ -3,6 +3,7 @@
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/file_kind.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -148,8 +149,8 @@ const std::string& IOSAttachmentItem::extension() const {
 std::int64_t IOSAttachmentItem::size() const {
   if (size_ != -1 && size_ != -2) return size_;
   for (const std::string* candidate : {&localPath_, &thumbPath_}) {
-    if (!candidate->empty() && fileExists(*candidate)) {
-      return size_ = static_cast<std::int64_t>(fileSizeAtPath(*candidate));
+    if (backupFileExists(*candidate)) {
+      return size_ = static_cast<std::int64_t>(backupFileSize(*candidate));
     }
   }
   return -1;  // not stored: the file may appear later
@@ -170,7 +171,7 @@ const std::shared_ptr<const Image>& IOSAttachmentItem::thumb() const {
 }
 
 std::string IOSAttachmentItem::imageUID() const {
-  if (!thumbPath_.empty() && fileExists(thumbPath_)) return thumbPath_;
+  if (backupFileExists(thumbPath_)) return thumbPath_;
   return localPath_;
 }
 

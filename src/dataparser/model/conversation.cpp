@@ -5,6 +5,7 @@
 
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -27,7 +28,7 @@ std::int32_t clampToInt32(std::int64_t value) {
 
 // Loads the picture at `path` when a file exists there; nothing otherwise.
 ImagePtr loadPicture(const std::string& path) {
-  if (path.empty() || !fileExists(path)) return nullptr;
+  if (!backupFileExists(path)) return nullptr;
   return Image::imageWithContentsOfFile(path);
 }
 
@@ -113,7 +114,7 @@ const ImagePtr& IOSMemberItem::thumb() const {
 const ImagePtr& IOSMemberItem::image() const {
   if (!image_) {
     // The full picture when its file exists, else the thumbnail's file.
-    std::optional<std::string> file = firstExistingFile({imagePath_, thumbPath_});
+    std::optional<std::string> file = firstExistingBackupFile({imagePath_, thumbPath_});
     if (file) image_ = Image::imageWithContentsOfFile(*file);
   }
   return image_;

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
@@ -15,11 +16,9 @@ void forEachMessageFile(json::View fileList,
                         const std::function<void(const json::Value& document)>& visit) {
   for (json::View entry : fileList.elements()) {
     const std::string path = entry.stringCopy();
-    // Only regular files are opened (a pipe would hold the scan up); an unreadable one is
-    // skipped like a missing one.
-    std::error_code ignored;
-    if (path.empty() || !std::filesystem::is_regular_file(path, ignored) ||
-        ::access(path.c_str(), R_OK) != 0) {
+    // Only regular files inside the backup are opened (a pipe would hold the scan up); an
+    // unreadable one is skipped like a missing one.
+    if (!isBackupFile(path) || ::access(path.c_str(), R_OK) != 0) {
       continue;
     }
     std::string error;

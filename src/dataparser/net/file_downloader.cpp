@@ -29,6 +29,61 @@ std::string cacheFileFor(const std::string& localPath) {
   return path::appendingPathComponent(folder, path::safeComponent(localPath));
 }
 
+// The record beside a cache file: which URL its bytes came from, the file's total length and
+// the server's validator for that file. Three lines; a cache file without one is never continued.
+struct CacheRecord {
+  std::string url;
+  std::int64_t length = 0;
+  std::string validator;  // "" when the server gave none
+};
+
+// In a folder of its own beside the cache files, so that no cache file name can be a record's.
+std::string recordFileFor(const std::string& cache) {
+  std::string folder =
+      path::appendingPathComponent(path::deletingLastPathComponent(cache), ".records");
+  if (!isDirectory(folder)) createDirectories(folder);
+  return path::appendingPathComponent(folder, path::lastPathComponent(cache));
+}
+
+std::optional<CacheRecord> readCacheRecord(const std::string& cache) {
+  std::optional<std::string> text = readFile(recordFileFor(cache));
+  if (!text) return std::nullopt;
+  std::string_view rest = *text;
+  std::string_view lines[3];
+  for (std::string_view& line : lines) {
+    std::size_t end = rest.find('\n');
+    if (end == std::string_view::npos) return std::nullopt;
+    line = rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+  }
+  return CacheRecord{std::string(lines[0]), json::integerFromText(lines[1]), std::string(lines[2])};
+}
+
+void writeCacheRecord(const std::string& cache, const CacheRecord& record) {
+  // A text that cannot stand on its line cannot be recorded; the cache then restarts next time.
+  if (record.url.find('\n') != std::string::npos ||
+      record.validator.find('\n') != std::string::npos) {
+    ::unlink(recordFileFor(cache).c_str());
+    return;
+  }
+  writeFileAtomically(recordFileFor(cache),
+                      fmt::format("{}\n{}\n{}\n", record.url, record.length, record.validator));
+}
+
+void removeCacheFile(const std::string& cache) {
+  ::unlink(cache.c_str());
+  ::unlink(recordFileFor(cache).c_str());
+}
+
+// What "If-Range" may carry for the file of this response: a strong entity tag, else the date
+// of "Last-Modified"; "" when the response has neither (a weak tag does not count).
+std::string validatorOf(const DownloadResponse& response) {
+  if (!response.isHTTP) return {};
+  std::optional<std::string> tag = response.valueForHTTPHeaderField("ETag");
+  if (tag && !tag->empty() && !tag->starts_with("W/")) return *tag;
+  return response.valueForHTTPHeaderField("Last-Modified").value_or(std::string());
+}
+
 DownloadError fileError(int code, std::string_view what, std::string_view path) {
   return DownloadError{DownloadError::Kind::kFile, code,
                        fmt::format("{} {}: {}", what, path, std::strerror(code))};
@@ -205,17 +260,26 @@ void FileDownloader::start() {
 
 std::shared_ptr<DownloadTask> FileDownloader::makeTaskLocked() {
   std::string cache = cacheFileFor(localPath_);
+  currentLength_ = 0;
+  resumed_.reset();
   if (resumable_) {
+    // Only bytes recorded as this URL's, with a validator to prove the file unchanged, are
+    // continued; a cache file of another URL (the name is the destination's only) starts over.
     std::int64_t length = fileLengthForPath(cache);
-    if (length > 0) currentLength_ = length;
-  } else {
-    if (fileExists(cache)) ::unlink(cache.c_str());
-    currentLength_ = fileLengthForPath(cache);
+    std::optional<CacheRecord> record = length > 0 ? readCacheRecord(cache) : std::nullopt;
+    if (record && record->url == url_ && !record->validator.empty() &&
+        (record->length <= 0 || length <= record->length)) {
+      currentLength_ = length;
+      resumed_ = Resumed{record->length, record->validator};
+    }
   }
+  if (currentLength_ == 0) removeCacheFile(cache);
   DownloadRequest request;
   request.url = url_;
-  // Every request is a range request: bytes=0- for a fresh download.
+  // Every request is a range request: bytes=0- for a fresh download. A continued one names the
+  // file it continues: a server whose file changed answers 200 with the whole new file.
   request.setValueForHTTPHeaderField(fmt::format("bytes={}-", currentLength_), "Range");
+  if (resumed_) request.setValueForHTTPHeaderField(resumed_->validator, "If-Range");
   return session_->dataTaskWithRequest(std::move(request));
 }
 
@@ -323,8 +387,26 @@ void FileDownloader::didReceiveResponse(const std::shared_ptr<DownloadTask>& tas
 
   bool restart = false;
   if (status == 200 && currentLength_ > 0) {
-    restart = true;  // the server ignored the range and sends the whole file again
-  } else if (status == 206) {
+    restart = true;  // the server ignored the range, or the file changed: the whole file comes
+  } else if (status == 206 && resumed_ && currentLength_ > 0) {
+    // A server that ignores "If-Range" may send a range of another file: its validator or total
+    // tells. Those bytes never join the cached ones; the cache starts over next time.
+    const std::string validator = validatorOf(response);
+    const std::int64_t total = contentRangeTotal(response);
+    if ((!validator.empty() && validator != resumed_->validator) ||
+        (total > 0 && resumed_->length > 0 && total != resumed_->length)) {
+      removeCacheFile(cache);
+      currentLength_ = 0;
+      abandonTransferLocked(
+          task,
+          DownloadError{DownloadError::Kind::kHTTPStatus, status,
+                        "the file changed on the server since its first part was fetched; the "
+                        "cached part was removed, start again"},
+          false);
+      return;
+    }
+  }
+  if (status == 206) {
     std::optional<std::int64_t> first = contentRangeStart(response);
     if (first && *first != currentLength_) {
       if (*first != 0) {
@@ -342,6 +424,8 @@ void FileDownloader::didReceiveResponse(const std::shared_ptr<DownloadTask>& tas
   if (restart) currentLength_ = 0;
 
   fileLength_ = expectedLengthLocked(response);
+  // A file fetched from its first byte: record what the cache file will hold.
+  if (currentLength_ == 0) writeCacheRecord(cache, {url_, fileLength_, validatorOf(response)});
   std::string reason;
   fileHandle_ = FileHandle::fileHandleForWritingAtPath(cache, &reason);
   if (!fileHandle_ || (restart && !fileHandle_->truncateFileAtOffset(0))) {
@@ -408,6 +492,7 @@ void FileDownloader::didCompleteWithError(const std::shared_ptr<DownloadTask>& t
     if (length > fileLength_ && fileExists(cache) && ::unlink(cache.c_str()) != 0) {
       RunLog::write("FileDownloader ERROR: {}", fileError(errno, "cannot remove", cache).message);
     }
+    if (!fileExists(cache)) ::unlink(recordFileFor(cache).c_str());
   } else {
     // The destination itself when it is free, else "{name}_{time}.{ext}"; when that is taken
     // too (a second download in the same second), "{name}_{time}_{n}.{ext}" for the first free n.
@@ -427,6 +512,7 @@ void FileDownloader::didCompleteWithError(const std::shared_ptr<DownloadTask>& t
       result = fileError(code, "cannot move the download to", destination);
     } else {
       destinationPath_ = destination;
+      ::unlink(recordFileFor(cache).c_str());
     }
   }
 

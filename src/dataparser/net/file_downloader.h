@@ -2,8 +2,13 @@
 //
 // The body is appended to a cache file, "{user caches folder}/Quillmark/{last path component of
 // localPath}", as it arrives. Every request asks for the remainder only ("Range: bytes=N-", N the
-// cache file's length when `resumable`, else 0 after deleting the cache file). When the cache
-// file reaches the total size learned from the response (or given in advance through
+// cache file's length when `resumable`, else 0 after deleting the cache file). Beside the cache
+// file, "Quillmark/.records/{same name}" records what it holds: the URL, the total length and the
+// server's validator (a strong "ETag", else "Last-Modified"). A cache file is continued only when
+// that record names the same URL and a validator, and the request then carries "If-Range" with it;
+// otherwise it is deleted and the download starts from zero. A 206 answer whose validator or
+// total differs from the record fails and deletes the cache file; a 200 answer restarts it. When
+// the cache file reaches the total size learned from the response (or given in advance through
 // `expectedContentLength`), it is moved to `localPath`; an existing file there is never
 // overwritten: the file lands beside it as "{path without extension}_{yyyyMMddHHmmss}.{ext}".
 // A shorter cache file stays for a later resumable attempt; one longer than the total is
@@ -181,6 +186,12 @@ class FileDownloader final : public DownloadTaskDelegate,
   bool judgeCacheFile_ = true;  // false: the completion neither moves nor deletes the cache file
   std::optional<DownloadError> failure_;  // replaces the transfer's own outcome
   std::string destinationPath_;
+  // The recorded file that the cache file continues: its total length and validator.
+  struct Resumed {
+    std::int64_t length = 0;
+    std::string validator;
+  };
+  std::optional<Resumed> resumed_;
 };
 
 }  // namespace dataparser

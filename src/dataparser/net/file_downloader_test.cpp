@@ -106,10 +106,19 @@ std::string cacheFileFor(const std::string& name) {
   return (fs::path(userCachesPath()) / "Quillmark" / name).string();
 }
 
-std::string writeCacheFile(const std::string& name, std::string_view content) {
+// A cache file, with the record of an earlier attempt at `url` when one is given.
+std::string writeCacheFile(const std::string& name, std::string_view content,
+                           const std::string& url = "", std::int64_t total = 0,
+                           const std::string& validator = "") {
   std::string path = cacheFileFor(name);
-  fs::create_directories(fs::path(path).parent_path());
+  fs::create_directories(fs::path(path).parent_path() / ".records");
   std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+  if (!url.empty()) {
+    std::ofstream(fs::path(path).parent_path() / ".records" / name, std::ios::trunc)
+        << url << "\n"
+        << total << "\n"
+        << validator << "\n";
+  }
   return path;
 }
 
@@ -155,12 +164,14 @@ TEST_F(FileDownloaderTest, FreshDownloadAsksForEverythingAndMovesTheFileIntoPlac
 TEST_F(FileDownloaderTest, ResumableDownloadAsksForTheRemainderOfTheCacheFile) {
   std::string content = makeContent(2000);
   server.addFile("doc.pdf", content);
-  writeCacheFile("doc.pdf", content.substr(0, 500));
+  writeCacheFile("doc.pdf", content.substr(0, 500), server.url("/files/doc.pdf"), 2000,
+                 HttpTestServer::etagOf(content));
 
   Attempt run = download(server.url("/files/doc.pdf"), dest("doc.pdf"), /*resumable=*/true);
 
   ASSERT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(server.requests()[0].range, "bytes=500-");
+  EXPECT_EQ(server.requests()[0].ifRange, HttpTestServer::etagOf(content));
   EXPECT_FALSE(run.outcome->error);
   EXPECT_EQ(readAll(dest("doc.pdf")), content);
   // 1500 announced bytes on top of the 500 in the cache file.
@@ -333,7 +344,9 @@ TEST_F(FileDownloaderTest, DroppedConnectionKeepsThePartialFileForALaterResume) 
   std::string content = makeContent(5000);
   server.addFile("v.mp4", content);
 
-  Attempt dropped = download(server.url("/files/v.mp4?dropAt=1000"), dest("v.mp4"));
+  server.setFaults("dropAt=1000");
+  Attempt dropped = download(server.url("/files/v.mp4"), dest("v.mp4"));
+  server.setFaults("");
   ASSERT_TRUE(dropped.outcome->error);
   EXPECT_EQ(dropped.outcome->error->kind, DownloadError::Kind::kNetwork);
   EXPECT_FALSE(dropped.outcome->error->message.empty());
@@ -344,16 +357,19 @@ TEST_F(FileDownloaderTest, DroppedConnectionKeepsThePartialFileForALaterResume) 
   Attempt resumed = download(server.url("/files/v.mp4"), dest("v.mp4"), /*resumable=*/true);
   EXPECT_FALSE(resumed.outcome->error);
   EXPECT_EQ(server.requests().at(0).range, "bytes=1000-");
+  EXPECT_EQ(server.requests().at(0).ifRange, HttpTestServer::etagOf(content));
   EXPECT_EQ(readAll(dest("v.mp4")), content);
 }
 
 TEST_F(FileDownloaderTest, HttpErrorStatusIsAFailureAndTheErrorPageIsNeverKept) {
-  server.addFile("img.png", makeContent(3000));
+  const std::string image = makeContent(3000);
+  server.addFile("img.png", image);
   for (auto [path, status] : {std::pair{"/files/img.png?status=404", 404},
                               {"/files/img.png?status=500", 500},
                               {"/files/missing.png", 404}}) {
     SCOPED_TRACE(path);
-    std::string partial = writeCacheFile("img.png", "partial-prefix");
+    std::string partial = writeCacheFile("img.png", "partial-prefix", server.url(path), 3000,
+                                         HttpTestServer::etagOf(image));
     Attempt run = download(server.url(path), dest("img.png"), /*resumable=*/true);
     ASSERT_TRUE(run.outcome->error);
     EXPECT_EQ(run.outcome->error->kind, DownloadError::Kind::kHTTPStatus);
@@ -367,7 +383,8 @@ TEST_F(FileDownloaderTest, HttpErrorStatusIsAFailureAndTheErrorPageIsNeverKept) 
 TEST_F(FileDownloaderTest, RedirectsAreFollowedWithTheRange) {
   std::string content = makeContent(4000);
   server.addFile("r.bin", content);
-  writeCacheFile("r.bin", content.substr(0, 1234));
+  writeCacheFile("r.bin", content.substr(0, 1234), server.url("/redirect/files/r.bin"), 4000,
+                 HttpTestServer::etagOf(content));
   Attempt run = download(server.url("/redirect/files/r.bin"), dest("r.bin"), /*resumable=*/true);
   EXPECT_FALSE(run.outcome->error);
   EXPECT_EQ(readAll(dest("r.bin")), content);
@@ -381,7 +398,8 @@ TEST_F(FileDownloaderTest, RedirectsAreFollowedWithTheRange) {
 TEST_F(FileDownloaderTest, ServerIgnoringTheRangeRestartsTheCacheFile) {
   std::string content = makeContent(6000);
   server.addFile("i.bin", content);
-  writeCacheFile("i.bin", std::string(700, 'x'));
+  writeCacheFile("i.bin", std::string(700, 'x'), server.url("/files/i.bin?ignoreRange=1"), 6000,
+                 HttpTestServer::etagOf(content));
   Attempt run =
       download(server.url("/files/i.bin?ignoreRange=1"), dest("i.bin"), /*resumable=*/true);
   EXPECT_EQ(server.requests().at(0).range, "bytes=700-");
@@ -404,13 +422,16 @@ TEST_F(FileDownloaderTest, CacheFileLongerThanTheTotalIsDeleted) {
 TEST_F(FileDownloaderTest, UnsatisfiableRangeFinishesAWholeCacheFileAndDropsALongerOne) {
   std::string content = makeContent(3000);
   server.addFile("w.bin", content);
-  writeCacheFile("w.bin", content);
+  writeCacheFile("w.bin", content, server.url("/files/w.bin"), 3000,
+                 HttpTestServer::etagOf(content));
   Attempt whole = download(server.url("/files/w.bin"), dest("w.bin"), /*resumable=*/true);
   EXPECT_EQ(server.requests().at(0).range, "bytes=3000-");
   EXPECT_FALSE(whole.outcome->error);
   EXPECT_EQ(readAll(dest("w.bin")), content);
 
-  writeCacheFile("w2.bin", content + "extra");
+  // Recorded without a total, so only the server can tell that the cache file is too long.
+  writeCacheFile("w2.bin", content + "extra", server.url("/files/w2.bin"), 0,
+                 HttpTestServer::etagOf(content));
   server.addFile("w2.bin", content);
   Attempt longer = download(server.url("/files/w2.bin"), dest("w2.bin"), /*resumable=*/true);
   ASSERT_TRUE(longer.outcome->error);
@@ -420,14 +441,14 @@ TEST_F(FileDownloaderTest, UnsatisfiableRangeFinishesAWholeCacheFileAndDropsALon
 }
 
 TEST_F(FileDownloaderTest, FailureBeforeAnyAnswerKeepsTheCacheFile) {
-  std::string cache = writeCacheFile("c.bin", "first half");
   int closedPort = 0;
   {
     HttpTestServer gone;
     closedPort = gone.port();
   }
-  Attempt run = download("http://127.0.0.1:" + std::to_string(closedPort) + "/files/c.bin",
-                         dest("c.bin"), /*resumable=*/true);
+  const std::string url = "http://127.0.0.1:" + std::to_string(closedPort) + "/files/c.bin";
+  std::string cache = writeCacheFile("c.bin", "first half", url, 20, "\"tag\"");
+  Attempt run = download(url, dest("c.bin"), /*resumable=*/true);
   ASSERT_TRUE(run.outcome->error);
   EXPECT_EQ(run.outcome->error->kind, DownloadError::Kind::kNetwork);
   EXPECT_EQ(readAll(cache), "first half");
@@ -540,6 +561,65 @@ TEST_F(FileDownloaderTest, StartedDownloadOutlivesItsCallersReferenceAndLogsDeal
   EXPECT_EQ(logs.run().count(description + " dealloc"), 1u);
 }
 
+// The cache file is named after the destination only: what it holds is checked before a byte
+// is appended to it.
+TEST_F(FileDownloaderTest, ResumeContinuesOnlyTheSameUnchangedFile) {
+  const std::string first = makeContent(3000, 1);
+  const std::string second = makeContent(3000, 2);
+  struct Case {
+    const char* name;
+    const char* firstPath;    // dropped at byte 1000
+    const char* firstFaults;  // beside the drop
+    const char* secondPath;   // the resumed attempt, after the file at firstPath became `second`
+                              // when `changed`
+    const char* secondFaults;
+    bool changed;
+    const char* range;  // of the resumed request
+    bool ifRange;
+    bool fails;  // the resumed attempt fails and drops the cache file
+  };
+  const Case cases[] = {
+      {"same file", "/files/a/x.bin", "", "/files/a/x.bin", "", false, "bytes=1000-", true, false},
+      {"another URL, same name", "/files/a/x.bin", "", "/files/b/x.bin", "", false, "bytes=0-",
+       false, false},
+      {"changed file", "/files/a/x.bin", "", "/files/a/x.bin", "", true, "bytes=1000-", true,
+       false},
+      {"changed file, If-Range ignored", "/files/a/x.bin", "", "/files/a/x.bin", "ignoreIfRange=1",
+       true, "bytes=1000-", true, true},
+      {"no validator", "/files/a/x.bin", "noValidator=1", "/files/a/x.bin", "", false, "bytes=0-",
+       false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    server.addFile("a/x.bin", first);
+    server.addFile("b/x.bin", second);
+    server.setFaults(std::string("dropAt=1000&") + c.firstFaults);
+    Attempt dropped = download(server.url(c.firstPath), dest("x.bin"), /*resumable=*/true);
+    ASSERT_TRUE(dropped.outcome->error);
+    ASSERT_EQ(FileDownloader::fileLengthForPath(cacheFileFor("x.bin")), 1000);
+
+    if (c.changed) server.addFile("a/x.bin", second);
+    server.setFaults(c.secondFaults);
+    server.clearRequests();
+    Attempt resumed = download(server.url(c.secondPath), dest("x.bin"), /*resumable=*/true);
+    ASSERT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(server.requests()[0].range, c.range);
+    EXPECT_EQ(server.requests()[0].ifRange.empty(), !c.ifRange);
+    if (c.fails) {
+      EXPECT_TRUE(resumed.outcome->error);
+      EXPECT_FALSE(fileExists(dest("x.bin")));
+      EXPECT_FALSE(fileExists(cacheFileFor("x.bin")));
+      // The next attempt starts over.
+      server.setFaults("");
+      resumed = download(server.url(c.secondPath), dest("x.bin"), /*resumable=*/true);
+    }
+    EXPECT_FALSE(resumed.outcome->error);
+    const bool expectSecond = c.changed || std::string_view(c.secondPath) != c.firstPath;
+    EXPECT_EQ(readAll(dest("x.bin")), expectSecond ? second : first);
+    fs::remove(dest("x.bin"));
+  }
+}
+
 // --- soak ---------------------------------------------------------------------------------------
 
 std::string sha256(std::string_view bytes) {
@@ -577,8 +657,8 @@ TEST_F(FileDownloaderTest, SoakManyDroppedConnectionsEndByteIdentical) {
   std::size_t previous = 0;
   for (std::size_t cut : cuts) {
     server.clearRequests();
-    Attempt run = download(server.url("/files/big.bin?dropAt=" + std::to_string(cut)), destination,
-                           /*resumable=*/true);
+    server.setFaults("dropAt=" + std::to_string(cut));
+    Attempt run = download(server.url("/files/big.bin"), destination, /*resumable=*/true);
     ASSERT_TRUE(run.outcome->error) << cut;
     EXPECT_EQ(server.requests().at(0).range, "bytes=" + std::to_string(previous) + "-");
     EXPECT_EQ(FileDownloader::fileLengthForPath(cacheFileFor("big.bin")),
@@ -586,6 +666,7 @@ TEST_F(FileDownloaderTest, SoakManyDroppedConnectionsEndByteIdentical) {
     EXPECT_FALSE(fileExists(destination));
     previous = cut;
   }
+  server.setFaults("");
   Attempt last = download(server.url("/files/big.bin"), destination, /*resumable=*/true);
   watching = false;
   watcher.join();

@@ -30,6 +30,7 @@
 #include "dataparser/report/viewer_assets.h"
 #include "dataparser/util/date.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 
@@ -184,7 +185,7 @@ class ReportFolder {
     std::string file(path);
     std::string link;
     if (!file.empty() && file.front() == '/' && file.find('\0') == std::string::npos &&
-        isRegularFile(file)) {
+        isBackupFile(file)) {
       rapidjson::StringBuffer buffer;
       JsonWriter writer(buffer);
       writer.StartObject();
@@ -581,7 +582,7 @@ std::string indexScript(const std::vector<ListSummary>& lists, int status,
     writer.Key("code");
     writer.Int64(list.code);
     writer.Key("name");
-    std::string_view name = IOSDataTypeDisplayName(list.code);
+    std::string_view name = IOSDataTypeName(list.code);
     writeString(writer, name.empty() ? "Type " + std::to_string(list.code) : std::string(name));
     writer.Key("count");
     writer.Uint64(list.count);

@@ -85,7 +85,7 @@ TEST(ReportWriterTest, WritesPagedDataLinksAndThumbnails) {
                                    "data/l1048576-0.js", "media/t1.png"}));
 
   const std::string index = slurp(out / "data/index.js");
-  EXPECT_NE(index.find(R"("code":524288,"name":"Messages")"), std::string::npos) << index;
+  EXPECT_NE(index.find(R"("code":524288,"name":"SMS")"), std::string::npos) << index;
   EXPECT_NE(index.find(R"("count":1,"pages":1,"kind":"chat")"), std::string::npos) << index;
   EXPECT_NE(index.find(R"("kind":"grid")"), std::string::npos) << index;
   EXPECT_EQ(index.find("\"code\":1,"), std::string::npos) << "empty lists are left out";

@@ -192,12 +192,7 @@ std::optional<std::string> firstExistingFile(std::initializer_list<std::string_v
   return std::nullopt;
 }
 
-int openRegularFile(const std::string& path, std::uint64_t* size) {
-  if (path.empty() || path.find('\0') != std::string::npos) return -1;
-  // Non-blocking, so that opening a pipe without a writer returns at once; the test below then
-  // refuses it.
-  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (fd < 0) return -1;
+int keepRegularFile(int fd, std::uint64_t* size) {
   struct stat status {};
   if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
     ::close(fd);
@@ -209,10 +204,16 @@ int openRegularFile(const std::string& path, std::uint64_t* size) {
   return fd;
 }
 
-std::optional<std::string> readFile(const std::string& path) {
-  std::uint64_t size = 0;
-  int fd = openRegularFile(path, &size);
-  if (fd < 0) return std::nullopt;
+int openRegularFile(const std::string& path, std::uint64_t* size) {
+  if (path.empty() || path.find('\0') != std::string::npos) return -1;
+  // Non-blocking, so that opening a pipe without a writer returns at once; the test below then
+  // refuses it.
+  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (fd < 0) return -1;
+  return keepRegularFile(fd, size);
+}
+
+std::optional<std::string> readAndClose(int fd, std::uint64_t size) {
   std::string bytes;
   bytes.reserve(static_cast<std::size_t>(size));
   char buffer[1 << 16];
@@ -228,6 +229,13 @@ std::optional<std::string> readFile(const std::string& path) {
   }
   ::close(fd);
   return bytes;
+}
+
+std::optional<std::string> readFile(const std::string& path) {
+  std::uint64_t size = 0;
+  int fd = openRegularFile(path, &size);
+  if (fd < 0) return std::nullopt;
+  return readAndClose(fd, size);
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view data) {

@@ -74,6 +74,11 @@ std::optional<std::string> firstExistingFile(std::initializer_list<std::string_v
 int openRegularFile(const std::string& path, std::uint64_t* size = nullptr);
 // Reads a whole regular file; nothing when it cannot be read or is not a regular file.
 std::optional<std::string> readFile(const std::string& path);
+// The two halves of the above for descriptors opened elsewhere. keepRegularFile: `fd` when it
+// is a regular file (made blocking; `size` gets its length), else closes it and gives -1.
+// readAndClose: every byte up to the end (`size` is a hint), then closes `fd`.
+int keepRegularFile(int fd, std::uint64_t* size);
+std::optional<std::string> readAndClose(int fd, std::uint64_t size);
 // Writes `data` to `path` atomically, replacing an existing file: the bytes go to a temporary
 // file in the same folder, which is then renamed over `path`. Readers see the old file or the
 // whole new one, never a part. False when the folder is missing or a system call fails (the

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/regex.h"
@@ -87,7 +88,7 @@ std::optional<std::string> DPHelper::decodedWebpWithPath(const std::string& path
   if (!createDirectories(folder)) return std::nullopt;
   std::string name = path::safeComponent(imageName);
   name = stringByReplacingOccurrences(name, ".webp", ".png");
-  std::optional<std::string> webp = readFile(path);
+  std::optional<std::string> webp = readBackupFile(path);
   if (!webp) return std::nullopt;
   std::optional<std::string> png = decodedWebpWithData(*webp);
   if (!png) return std::nullopt;

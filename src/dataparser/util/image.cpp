@@ -11,6 +11,7 @@
 #include <unordered_map>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 namespace {
@@ -71,7 +72,7 @@ std::optional<std::string> pngBytes(const VImage& image) {
 VSource sourceOf(const std::string& path, const std::string& data) {
   if (path.empty()) return VSource::new_from_memory(data.data(), data.size());
   std::uint64_t size = 0;
-  int fd = openRegularFile(path, &size);
+  int fd = openBackupFile(path, &size);
   if (fd < 0) throw std::runtime_error("not a regular file");
   if (size == 0 || size > kMaxFileBytes) {
     ::close(fd);

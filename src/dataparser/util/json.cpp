@@ -26,6 +26,7 @@
 #include <cerrno>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"
 
@@ -136,7 +137,7 @@ class FileText {
   simdjson::error_code load(const std::string& path) {
     // Only a regular file is opened: a pipe would block and a device never end.
     std::uint64_t size = 0;
-    int fd = openRegularFile(path, &size);
+    int fd = openBackupFile(path, &size);
     if (fd < 0) return simdjson::IO_ERROR;
     struct Closer {
       int fd;

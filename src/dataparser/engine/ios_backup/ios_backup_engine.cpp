@@ -6,6 +6,7 @@
 
 #include "dataparser/engine/ios_backup/backup_manifest.h"
 #include "dataparser/engine/ios_backup/backup_reader.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
@@ -125,6 +126,7 @@ void IOSBackupEngine::run(const Scan& scan) {
   std::unique_ptr<BackupManifest> backup =
       scan.folder.empty() ? nullptr : BackupManifest::open(scan.folder, &failure, &reason);
   std::string workFolder;
+  BackupScope scope;
   if (!backup) {
     RunLog::write("*** iOS backup: cannot read {}: {}", scan.folder,
                   scan.folder.empty() ? "no backup folder" : reason);
@@ -134,6 +136,9 @@ void IOSBackupEngine::run(const Scan& scan) {
     send(scan, kEngineScanFailed, &error);
   } else {
     workFolder = makeScanFolder(scan.tempFolder, scan.generation);
+    // While the scan runs, files that its blocks name count only inside the backup and the
+    // scan's own folder.
+    scope = BackupScope({scan.folder, workFolder});
     const bool everything = scan.scanTypes.empty() || scan.scanTypes.contains(0);
     std::vector<const BackupReader*> readers;
     if (everything) {

@@ -17,7 +17,8 @@
 //
 // Files the blocks name go to a fresh folder below the temporary folder of InitPackageData (the
 // system's temporary folder when none was given), removed when the scan ends; the parsers have
-// read them by then, since the callback parses synchronously.
+// read them by then, since the callback parses synchronously. While a scan runs, paths that its
+// blocks name count only inside the backup folder and that scan folder (a BackupScope).
 //
 // When: the scan starts at AddPackageFileFinish and runs on its own thread; StartPackage only
 // registers the callback. A second finish while a scan runs is ignored, unless that scan has

@@ -2,6 +2,7 @@
 
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -23,7 +24,7 @@ const std::string& IOSAppFileItem::extension() const {
 
 std::int64_t IOSAppFileItem::size() const {
   if (size_ == -1 && !localPath_.empty()) {
-    size_ = static_cast<std::int64_t>(fileSizeAtPath(localPath_));
+    size_ = static_cast<std::int64_t>(backupFileSize(localPath_));
   }
   return size_;
 }

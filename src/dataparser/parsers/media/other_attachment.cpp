@@ -2,6 +2,7 @@
 
 #include "dataparser/model/attachment.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
@@ -40,8 +41,8 @@ void IOSOtherAttachmentParser::addJSONData(JSONData data) {
     ItemList* list = currentList();
     if (list == nullptr) continue;
     std::string local(backupPath);
-    // A folder or a device at the backup path is no attachment.
-    if (!isRegularFile(local)) continue;
+    // A folder or a device at the backup path is no attachment, nor a file outside the backup.
+    if (!isBackupFile(local)) continue;
     if (isExistLocalFile(local, relativePath, *list)) continue;
     AttachmentPtr attachment = IOSAttachmentItem::item();
     attachment->setLocalPath(std::move(local));

@@ -7,6 +7,7 @@
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
@@ -20,7 +21,7 @@ std::atomic<std::int64_t> downloadTimeoutMs{std::int64_t{1800} * 1000};
 
 // A regular file is there: a folder or a device is never read as a picture or a batch.
 bool isFileAt(std::string_view path) {
-  return !path.empty() && isRegularFile(std::string(path));
+  return !path.empty() && isBackupFile(std::string(path));
 }
 
 bool isVideoType(std::string_view type) {

@@ -9,6 +9,7 @@
 #include "dataparser/parsers/messaging/whatsapp.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -263,7 +264,7 @@ std::shared_ptr<AndroidWhatsAppParser> AndroidWhatsAppParser::parserWithJSONData
         if (!attachment) continue;
         // A link counts by its preview picture; without a device backup only files on disk.
         if (attachment->type() == kAttachmentLink && attachment->localPath().empty()) continue;
-        if (!deviceBackup && !fileExists(attachment->localPath())) continue;
+        if (!deviceBackup && !backupFileExists(attachment->localPath())) continue;
         found.push_back(std::move(attachment));
       }
     };

@@ -4,12 +4,13 @@
 #include <limits>
 
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 
 namespace dataparser {
 
 bool mediaFileCounts(const std::string& path, bool deviceBackup) {
-  return deviceBackup || (!path.empty() && fileExists(path));
+  return deviceBackup || backupFileExists(path);
 }
 
 AttachmentPtr attachmentFromRecord(const json::Value& record, AttachmentFields fields) {

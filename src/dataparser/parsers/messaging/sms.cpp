@@ -6,6 +6,7 @@
 #include "dataparser/model/payload.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/run_log.h"
@@ -300,7 +301,7 @@ std::shared_ptr<IOSSMSParser> IOSSMSParser::parserWithJSONData(JSONData data, bo
   std::vector<std::string> files;
   for (json::View path : parser->rawData()["sms_file_path"].elements()) {
     std::string file = path.stringCopy();
-    if (fileExists(file)) files.push_back(std::move(file));
+    if (backupFileExists(file)) files.push_back(std::move(file));
   }
   // The next file decodes while the conversations of this one are built.
   json::forEachJsonFile(

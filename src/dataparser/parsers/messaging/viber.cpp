@@ -5,6 +5,7 @@
 #include "dataparser/parsers/personal/call_history.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/text.h"
 
 namespace dataparser {
@@ -17,7 +18,7 @@ constexpr std::int64_t kLinkKind = 30;
 
 // The first of two picture candidates at which a file exists; "" when neither does.
 std::string existingPicture(json::View first, json::View second) {
-  return firstExistingFile({first.string(), second.string()}).value_or(std::string());
+  return firstExistingBackupFile({first.string(), second.string()}).value_or(std::string());
 }
 
 std::string_view callStateKey(std::int64_t callType) {
@@ -99,7 +100,7 @@ AttachmentPtr IOSViberSingleItem::makeAttachment() const {
                         "call_type"});
   AttachmentFields fields;
   fields.localPath =
-      firstExistingFile({media.string(), thumb.string(), other.string(), origin.string()})
+      firstExistingBackupFile({media.string(), thumb.string(), other.string(), origin.string()})
           .value_or(origin.stringCopy());
   fields.devicePath = devicePath.stringCopy();
   fields.name = fileName.stringCopy();

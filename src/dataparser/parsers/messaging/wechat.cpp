@@ -10,6 +10,7 @@
 #include "dataparser/net/url_data.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
@@ -60,7 +61,7 @@ class WeChatFeed {
 namespace {
 
 bool exists(std::string_view path) {
-  return !path.empty() && fileExists(std::string(path));
+  return !path.empty() && backupFileExists(std::string(path));
 }
 
 // A file's place on this computer and on the phone.
@@ -430,7 +431,7 @@ void IOSWeChatSessionItem::initWithDictionary(const json::Value& record, WeChatF
 const ImagePtr& IOSWeChatSessionItem::image() const {
   if (!IOSBaseSessionItem::image() && !imageTried_) {
     imageTried_ = true;
-    if (!isRegularFile(imagePath())) return IOSBaseSessionItem::image();
+    if (!isBackupFile(imagePath())) return IOSBaseSessionItem::image();
     const_cast<IOSWeChatSessionItem*>(this)->setImage(Image::imageWithContentsOfFile(imagePath()));
   }
   return IOSBaseSessionItem::image();
@@ -453,7 +454,7 @@ const std::string& IOSWeChatContactItem::displayName() const {
 }
 
 const ImagePtr& IOSWeChatContactItem::image() const {
-  if (!image_ && isRegularFile(imagePath_)) image_ = Image::imageWithContentsOfFile(imagePath_);
+  if (!image_ && isBackupFile(imagePath_)) image_ = Image::imageWithContentsOfFile(imagePath_);
   return image_;
 }
 
@@ -502,7 +503,7 @@ void IOSWeChatAccountItem::initWithDictionary(const json::Value& record, WeChatF
 
 void IOSWeChatAccountItem::readFriendList(const std::string& path) {
   RunLog::write(">>>WeChat Contacts Parser -- - - - ");
-  std::optional<std::string> text = isRegularFile(path) ? readFile(path) : std::nullopt;
+  std::optional<std::string> text = readBackupFile(path);
   if (!text || text->empty()) {
     RunLog::write("Data is Null or Empty!");
     return;

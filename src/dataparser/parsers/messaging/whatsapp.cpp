@@ -9,6 +9,7 @@
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/file_kind.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/text.h"
 
@@ -285,7 +286,7 @@ const std::string& IOSWhatsappSessionItem::identifier() const {
 const ImagePtr& IOSWhatsappSessionItem::image() const {
   if (!image_) {
     for (const std::string* file : {&imagePath(), &thumbPath()}) {
-      if (file->empty() || !fileExists(*file)) continue;
+      if (!backupFileExists(*file)) continue;
       image_ = Image::imageWithContentsOfFile(*file);
       if (image_) break;
     }
@@ -331,8 +332,7 @@ void IOSWhatsappParser::collectAttachments(const json::Value& document, ItemList
         convertedWebp(mediaBackup.stringCopy(), device, path::lastPathComponent(device));
     std::string thumbPath = thumb.stringCopy();
     // From a folder of extracted files only what is on disk counts; a device backup has it all.
-    if (!deviceBackup() && !(!local.empty() && fileExists(local)) &&
-        !(!thumbPath.empty() && fileExists(thumbPath))) {
+    if (!deviceBackup() && !backupFileExists(local) && !backupFileExists(thumbPath)) {
       continue;
     }
     AttachmentPtr attachment = IOSBaseItem::itemWithDictionary<IOSAttachmentItem>(record);

@@ -5,6 +5,7 @@
 
 #include "dataparser/util/byte_count.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -27,7 +28,7 @@ const std::string& IOSBookItem::name() const {
 
 std::int64_t IOSBookItem::size() const {
   if (!size_) {
-    std::uint64_t bytes = localPath().empty() ? 0 : fileSizeAtPath(localPath());
+    std::uint64_t bytes = backupFileSize(localPath());
     constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     size_ = static_cast<std::int64_t>(std::min(bytes, kMax));
   }

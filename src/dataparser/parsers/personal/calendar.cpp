@@ -9,6 +9,7 @@
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 
@@ -265,7 +266,7 @@ void IOSCalendarParser::addEvents(const json::Value& events) {
     // The event lists every attachment it names; the parser only those found on disk.
     for (const ItemPtr& item : event->attachments()) {
       const auto& attachment = static_cast<const IOSAttachmentItem&>(*item);
-      if (fileExists(attachment.localPath())) attachments().push_back(item);
+      if (backupFileExists(attachment.localPath())) attachments().push_back(item);
     }
   }
 }

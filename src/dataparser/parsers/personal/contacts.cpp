@@ -7,6 +7,7 @@
 
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/json_files.h"
 #include "dataparser/util/path.h"
@@ -26,9 +27,7 @@ std::string numberText(json::View value) {
 
 // True for a regular file that can be opened for reading: pictures are read only from such files.
 bool isReadableFile(const std::string& path) {
-  struct stat status {};
-  return !path.empty() && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         ::access(path.c_str(), R_OK) == 0;
+  return isBackupFile(path) && ::access(path.c_str(), R_OK) == 0;
 }
 
 ContactImagePtr loadImage(ContactImagePtr& cache, const std::string& path) {
@@ -271,9 +270,8 @@ void IOSContactItem::initWithDictionary(const json::Value& record) {
   // Pictures decode on first read; here only which files hold them is settled.
   if (imagePath.isString()) {
     std::string path = imagePath.stringCopy();
-    struct stat status {};
-    if (!path.empty() && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-      imageSize_ = static_cast<std::uint64_t>(status.st_size);
+    if (isBackupFile(path)) {
+      imageSize_ = backupFileSize(path);
       if (isReadableFile(path)) setIconPath(std::move(path));
     }
   }
@@ -541,7 +539,7 @@ void IOSContactItem::initWithiCloudPhotoDict(const json::Value& record,
   if (!backupPath.empty() && !url.empty()) {
     std::string candidate = path::appendingPathComponent(
         backupPath, path::safeComponent(path::lastPathComponent(url) + ".png"));
-    if (fileExists(candidate)) setIconPath(std::move(candidate));
+    if (backupFileExists(candidate)) setIconPath(std::move(candidate));
   }
   setIconUrl(std::move(url));
 }
@@ -596,7 +594,7 @@ std::shared_ptr<IOSContactParser> IOSContactParser::parserWithJSONData(JSONData 
   std::vector<std::string> files;
   for (json::View path : parser->rawData()["contact_file_path"].elements()) {
     std::string file = path.stringCopy();
-    if (!file.empty() && fileExists(file)) files.push_back(std::move(file));
+    if (backupFileExists(file)) files.push_back(std::move(file));
   }
   json::forEachJsonFile(
       files, [&parser](const std::string&, json::Value document, const std::string& error) {

@@ -8,6 +8,7 @@
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"
@@ -85,7 +86,7 @@ bool findExisting(json::View mediaItems, std::initializer_list<PathPair> pairs,
   for (json::View media : mediaItems.elements()) {
     for (const PathPair& pair : pairs) {
       std::string backup = media[pair.backup].stringCopy();
-      if (backup.empty() || !fileExists(backup)) continue;
+      if (!backupFileExists(backup)) continue;
       attachment.setLocalPath(std::move(backup));
       attachment.setDevicePath(media[pair.device].stringCopy());
       return true;
@@ -98,7 +99,7 @@ std::string firstExistingThumb(json::View mediaItems) {
   for (json::View media : mediaItems.elements()) {
     for (json::View thumb : media["video_thumbs"].elements()) {
       std::string backup = thumb[kThumbPair.backup].stringCopy();
-      if (!backup.empty() && fileExists(backup)) return backup;
+      if (backupFileExists(backup)) return backup;
     }
   }
   return {};
@@ -401,7 +402,7 @@ void IOSNoteParser::addNotes(const json::Value& root) {
   std::unordered_set<std::string> collected;
   auto collect = [&](const json::Value& record, std::string local, std::string device,
                      std::uint64_t kind) -> std::shared_ptr<IOSAttachmentItem> {
-    if (!deviceBackup() && !fileExists(local)) return nullptr;
+    if (!deviceBackup() && !backupFileExists(local)) return nullptr;
     collected.insert(local + '\0' + device);
     auto attachment = IOSBaseItem::itemWithDictionary<IOSAttachmentItem>(record);
     attachment->setLocalPath(std::move(local));
@@ -558,7 +559,7 @@ std::shared_ptr<IOSOtherAccountNoteParser> IOSOtherAccountNoteParser::parserWith
     // The body's attachments are the parser's files, when they are there.
     for (const ItemPtr& item : note->contentAttachments()) {
       const auto& attachment = static_cast<const IOSAttachmentItem&>(*item);
-      if (deviceBackup || fileExists(attachment.localPath())) {
+      if (deviceBackup || backupFileExists(attachment.localPath())) {
         parser->attachments().push_back(item);
       }
     }

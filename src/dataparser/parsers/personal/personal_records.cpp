@@ -1,5 +1,7 @@
 #include "dataparser/parsers/personal/personal_records.h"
 
+#include "dataparser/util/file_scope.h"
+
 #include <filesystem>
 #include <system_error>
 
@@ -40,8 +42,7 @@ std::string downloadedFileName(std::string_view uuid, std::string_view extension
 std::string existingDownloadedFile(std::string_view folder, std::string_view name) {
   if (folder.empty() || name.empty()) return {};
   std::string file = path::appendingPathComponent(folder, path::safeComponent(name));
-  std::error_code error;
-  return std::filesystem::is_regular_file(file, error) ? file : std::string();
+  return isBackupFile(file) ? file : std::string();
 }
 
 }  // namespace dataparser::personal

@@ -7,6 +7,7 @@
 #include "dataparser/parsers/personal/personal_records.h"
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/run_log.h"
 #include "dataparser/util/text.h"
 
@@ -114,7 +115,7 @@ const ItemList& IOSReminderItem::attachments() const {
       auto [name, path, device] = media.fields({"media_name", "media_path", "media_device_path"});
       if (!name.present() || !path.present() || !device.present()) continue;
       std::string local = path.stringCopy();
-      if (!fileExists(local)) continue;
+      if (!backupFileExists(local)) continue;
       auto attachment = IOSBaseItem::itemWithDictionary<IOSAttachmentItem>(rawData().sub(media));
       attachment->setName(name.stringCopy());
       attachment->setLocalPath(std::move(local));

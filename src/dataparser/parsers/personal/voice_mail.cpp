@@ -2,6 +2,7 @@
 
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 
 namespace dataparser {
 
@@ -56,7 +57,7 @@ std::shared_ptr<IOSVoiceMailParser> IOSVoiceMailParser::parserWithJSONData(JSOND
                                   /*skipNonObjects=*/false, /*filterDeleted=*/true,
                                   [](const IOSVoiceMailItem& item) {
                                     const std::string& path = item.localpath();
-                                    return !path.empty() && fileExists(path);
+                                    return backupFileExists(path);
                                   });
   return parser;
 }

@@ -2,6 +2,7 @@
 
 #include "dataparser/util/date_format.h"
 #include "dataparser/util/file_helper.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/path.h"
 
 namespace dataparser {
@@ -83,7 +84,7 @@ void IOSVoiceMemoParser::addJSONData(JSONData data) {
                                   /*skipNonObjects=*/true, /*filterDeleted=*/false,
                                   [](const IOSVoiceMemoItem& item) {
                                     const std::string& path = item.localPath();
-                                    return !path.empty() && fileExists(path);
+                                    return backupFileExists(path);
                                   });
 }
 

@@ -1,0 +1,66 @@
+// Where the files that backup data names may be: the one rule for every path read from a
+// recording, a device backup or an iCloud folder before it is tested or opened.
+//
+// While a scan runs, its engine holds a BackupScope naming the folders of the backup (the
+// recording or backup folder, the engine's own temporary folder, an iCloud download folder); a
+// host that reads items' lazy fields later (sizes, pictures) holds one of its own for that, as
+// the CLI does for its export. While at least one scope is held, a path named by backup data
+// counts only when
+//   - it holds no NUL byte and is absolute, and
+//   - it resolves (symbolic links and ".." followed) to a place inside one registered folder or
+//     inside the library's own working folders (the working root and the resource folder).
+// Anything else counts as missing, exactly like a file that is not there. Without any scope (a
+// host feeding JSON itself) every path without a NUL byte counts, as the file system finds it.
+//
+// The `backup...` helpers are the file_helper.h tests and readers with this rule in front; a
+// path from backup data goes through them, the library's own files through file_helper.h.
+// Resolution runs beneath an open descriptor of the folder (openat2 with RESOLVE_BENEATH, one
+// system call, no allocation), falling back to realpath where the kernel cannot.
+//
+// Thread safety: scopes may be made and dropped on any thread while others test paths; the
+// folders are resolved once, when the scope is made.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dataparser {
+
+class BackupScope {
+ public:
+  // Holds nothing.
+  BackupScope() = default;
+  // Registers `folders` (empty entries and missing folders are skipped) together with the
+  // library's own working folders, until the scope is destroyed or reset.
+  explicit BackupScope(const std::vector<std::string>& folders);
+  ~BackupScope();
+  BackupScope(BackupScope&& other) noexcept;
+  BackupScope& operator=(BackupScope&& other) noexcept;
+  BackupScope(const BackupScope&) = delete;
+  BackupScope& operator=(const BackupScope&) = delete;
+
+  void reset();
+  bool held() const { return id_ != 0; }
+
+ private:
+  std::uint64_t id_ = 0;
+};
+
+// True when `path` may be looked at under the rule above (and, while a scope is held, exists).
+bool isInsideBackup(const std::string& path);
+
+// file_helper.h's tests with the rule in front: a path outside the backup is missing.
+bool backupFileExists(const std::string& path);
+bool isBackupFile(const std::string& path);  // a regular file
+// Bytes of the file, or of everything below the folder; 0 when missing or outside.
+std::uint64_t backupFileSize(const std::string& path);
+std::optional<std::string> firstExistingBackupFile(std::initializer_list<std::string_view> paths);
+// openRegularFile / readFile for a path named by backup data.
+int openBackupFile(const std::string& path, std::uint64_t* size = nullptr);
+std::optional<std::string> readBackupFile(const std::string& path);
+
+}  // namespace dataparser
