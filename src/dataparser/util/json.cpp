@@ -18,9 +18,6 @@
 #include <limits>
 #include <memory>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 #include <unistd.h>
 
 #include <cerrno>
@@ -65,29 +62,11 @@ simdjson::dom::parser& threadParser() {
   return parser;
 }
 
-// Asks the system to back a large, freshly allocated buffer with huge pages where it can: a
-// scan fills hundreds of megabytes of document, and touching it 2 MiB at a time instead of
-// 4 KiB at a time saves most of the page-fault work. Only a hint; nothing changes when the
-// system declines.
-void adviseHugePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t bytes) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
-  if (bytes < 2 * kHugePage) return;
-  auto begin = reinterpret_cast<std::uintptr_t>(data);
-  auto end = begin + bytes;
-  begin = (begin + kHugePage - 1) & ~(kHugePage - 1);
-  end &= ~(kHugePage - 1);
-  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#endif
-}
-
 // Gives the document room for a text of `length` bytes before the parse fills it.
 simdjson::error_code prepareDocument(simdjson::dom::document& dom, std::size_t length) {
-  if (simdjson::error_code code = dom.allocate(length); code != simdjson::SUCCESS) return code;
-  adviseHugePages(dom.tape.get(), SIMDJSON_ROUNDUP_N(length + 3, 64) * sizeof(std::uint64_t));
-  adviseHugePages(dom.string_buf.get(),
-                  SIMDJSON_ROUNDUP_N(5 * length / 3 + simdjson::SIMDJSON_PADDING, 64));
-  return simdjson::SUCCESS;
+  // No huge-page hint: the system zeroes a whole 2 MiB page at its first touch, which costs more
+  // than it saves where page faults are dear (virtual machines) and rounds every buffer up.
+  return dom.allocate(length);
 }
 
 // True when the decoder may read its padding past `data + length` without a copy: the bytes it
@@ -179,7 +158,6 @@ class FileText {
       shared.reset(new (std::nothrow) char[capacity]);
       if (!shared) return false;
       sharedCapacity = capacity;
-      adviseHugePages(shared.get(), capacity);
     }
     data_ = shared.get();
     return true;
