@@ -11,7 +11,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <shared_mutex>
+#include <string_view>
 
 #include "dataparser/util/file_helper.h"
 
@@ -155,8 +157,78 @@ int openScoped(const std::string& path, int flags) {
   return -1;
 }
 
+// Folders already found to resolve inside a registered folder, so that a scan naming many files
+// of one folder resolves that folder once. Forgotten whenever the registered folders change.
+class CheckedFolders {
+ public:
+  bool contains(std::string_view folder) {
+    std::lock_guard lock(mutex_);
+    return folders_.find(folder) != folders_.end();
+  }
+  void add(std::string_view folder) {
+    std::lock_guard lock(mutex_);
+    if (folders_.size() >= kMaxFolders) folders_.clear();
+    folders_.emplace(folder);
+  }
+  void clear() {
+    std::lock_guard lock(mutex_);
+    folders_.clear();
+  }
+
+ private:
+  static constexpr std::size_t kMaxFolders = 1 << 16;
+  std::mutex mutex_;
+  std::set<std::string, std::less<>> folders_;
+};
+
+CheckedFolders& checkedFolders() {
+  static CheckedFolders* instance = new CheckedFolders;
+  return *instance;
+}
+
+// The quick form of the rule for the common case, a plain path written below a registered
+// folder: when its folder is known to resolve inside, one lstat of the path itself settles it,
+// unless the path ends in a link. Nothing when the quick form cannot tell. The caller holds the
+// registry's lock.
+std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::string& path,
+                                           struct stat* status) {
+  if (path.find("/..") != std::string::npos) return std::nullopt;
+  const std::size_t slash = path.rfind('/');
+  if (slash == 0 || slash == std::string::npos) return std::nullopt;
+  const std::string_view folder(path.data(), slash);
+  bool written = false;
+  for (const auto& [id, roots] : reg.scopes) {
+    for (const Root& root : roots) {
+      written = written || below(folder, root.text) || below(folder, root.canonical);
+    }
+  }
+  if (!written) return std::nullopt;
+  CheckedFolders& checked = checkedFolders();
+  if (!checked.contains(folder)) {
+    std::optional<std::string> real = resolved(std::string(folder).c_str());
+    if (!real) return false;  // no such folder
+    bool inside = false;
+    for (const auto& [id, roots] : reg.scopes) {
+      for (const Root& root : roots) {
+        inside = inside || below(*real, root.canonical);
+      }
+    }
+    if (!inside) return std::nullopt;  // the full rule decides
+    checked.add(folder);
+  }
+  if (::lstat(path.c_str(), status) != 0) return false;
+  if (S_ISLNK(status->st_mode)) return std::nullopt;
+  return true;
+}
+
 // stat of the file `path` names under the rule; false when outside or missing.
 bool statScoped(const std::string& path, struct stat* status) {
+  Registry& reg = registry();
+  if (!path.empty() && path[0] == '/' && path.find('\0') == std::string::npos &&
+      reg.any.load(std::memory_order_acquire)) {
+    std::shared_lock lock(reg.mutex);
+    if (std::optional<bool> known = statBelowCheckedFolder(reg, path, status)) return *known;
+  }
   int fd = openScoped(path, O_PATH | O_CLOEXEC);
   if (fd < 0) return false;
   bool ok = ::fstat(fd, status) == 0;
@@ -172,6 +244,7 @@ BackupScope::BackupScope(const std::vector<std::string>& folders) {
   std::unique_lock lock(reg.mutex);
   id_ = ++reg.next;
   reg.scopes.emplace(id_, std::move(roots));
+  checkedFolders().clear();
   reg.any.store(true, std::memory_order_release);
 }
 
@@ -201,6 +274,7 @@ void BackupScope::reset() {
       ::close(root.fd);
     reg.scopes.erase(it);
   }
+  checkedFolders().clear();
   reg.any.store(!reg.scopes.empty(), std::memory_order_release);
   id_ = 0;
 }
