@@ -53,6 +53,8 @@ class CoordinatorTest : public ::testing::Test {
     parser().resetParser();
     parser().setDelegate({});
     parser().setDispatchTable(DispatchTable::standard());
+    parser().setDeviceBackup(false);
+    parser().setParseDeleted(false);
   }
   static IOSDataParser& parser() { return IOSDataParser::shared(); }
 

@@ -149,8 +149,8 @@ const std::string& IOSAttachmentItem::extension() const {
 std::int64_t IOSAttachmentItem::size() const {
   if (size_ != -1 && size_ != -2) return size_;
   for (const std::string* candidate : {&localPath_, &thumbPath_}) {
-    if (backupFileExists(*candidate)) {
-      return size_ = static_cast<std::int64_t>(backupFileSize(*candidate));
+    if (std::optional<std::uint64_t> bytes = existingBackupFileSize(*candidate)) {
+      return size_ = static_cast<std::int64_t>(*bytes);
     }
   }
   return -1;  // not stored: the file may appear later

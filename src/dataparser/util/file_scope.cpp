@@ -297,8 +297,12 @@ bool isBackupFile(const std::string& path) {
 }
 
 std::uint64_t backupFileSize(const std::string& path) {
+  return existingBackupFileSize(path).value_or(0);
+}
+
+std::optional<std::uint64_t> existingBackupFileSize(const std::string& path) {
   struct stat status {};
-  if (!statScoped(path, &status)) return 0;
+  if (!statScoped(path, &status)) return std::nullopt;
   // A folder's bytes are summed without following the links inside it.
   return S_ISDIR(status.st_mode) ? fileSizeAtPath(path)
                                  : static_cast<std::uint64_t>(status.st_size);

@@ -58,6 +58,9 @@ bool backupFileExists(const std::string& path);
 bool isBackupFile(const std::string& path);  // a regular file
 // Bytes of the file, or of everything below the folder; 0 when missing or outside.
 std::uint64_t backupFileSize(const std::string& path);
+// The same in one look, telling a missing file from an empty one: nothing when missing or
+// outside.
+std::optional<std::uint64_t> existingBackupFileSize(const std::string& path);
 std::optional<std::string> firstExistingBackupFile(std::initializer_list<std::string_view> paths);
 // openRegularFile / readFile for a path named by backup data.
 int openBackupFile(const std::string& path, std::uint64_t* size = nullptr);
