@@ -8,26 +8,75 @@
 
 #include "dataparser/util/file_helper.h"
 #include "dataparser/util/file_scope.h"
+#include "dataparser/util/json_files.h"
 #include "dataparser/util/run_log.h"
 
 namespace dataparser {
+
+namespace {
+
+// Only regular files inside the backup are opened (a pipe would hold the scan up); an unreadable
+// one is skipped like a missing one.
+bool isMessageFile(const std::string& path) {
+  return isBackupFile(path) && ::access(path.c_str(), R_OK) == 0;
+}
+
+// How far the helper may run ahead of the conversations being built, in files.
+constexpr std::size_t kReadAheadFiles = 4;
+// How far past the expected file a request may be found in the announced order.
+constexpr std::size_t kReadAheadWindow = 16;
+
+thread_local MessageFileReadAhead* currentReadAhead = nullptr;
+
+}  // namespace
+
+MessageFileReadAhead::MessageFileReadAhead(std::vector<std::string> paths)
+    : ahead_(
+          std::make_unique<json::FileReadAhead>(std::move(paths), isMessageFile, kReadAheadFiles)),
+      outer_(currentReadAhead) {
+  currentReadAhead = this;
+}
+
+MessageFileReadAhead::~MessageFileReadAhead() {
+  currentReadAhead = outer_;
+}
+
+void messageFilePaths(json::View sessions, std::vector<std::string>& paths,
+                      std::string_view listKey) {
+  for (json::View session : sessions.elements()) {
+    if (!session.isObject()) continue;
+    for (json::View entry : session[listKey].elements())
+      paths.push_back(entry.stringCopy());
+  }
+}
 
 void forEachMessageFile(json::View fileList,
                         const std::function<void(const json::Value& document)>& visit) {
   for (json::View entry : fileList.elements()) {
     const std::string path = entry.stringCopy();
-    // Only regular files inside the backup are opened (a pipe would hold the scan up); an
-    // unreadable one is skipped like a missing one.
-    if (!isBackupFile(path) || ::access(path.c_str(), R_OK) != 0) {
+    std::optional<json::DecodedFile> decoded;
+    // Take the file from the read-ahead when it is (nearly) the one expected; files announced
+    // but passed over are dropped.
+    if (MessageFileReadAhead* readAhead = currentReadAhead) {
+      json::FileReadAhead& ahead = *readAhead->ahead_;
+      const std::vector<std::string>& paths = ahead.paths();
+      const std::size_t end = std::min(paths.size(), ahead.next() + kReadAheadWindow);
+      for (std::size_t i = ahead.next(); i < end; ++i) {
+        if (paths[i] != path) continue;
+        while (ahead.next() < i)
+          ahead.take();
+        decoded = ahead.take();
+        break;
+      }
+    }
+    if (!decoded) decoded = json::decodeFile(path, isMessageFile);
+    if (decoded->refused) continue;
+    if (decoded->mended) json::logMendedFile(path);
+    if (!decoded->document.present()) {
+      SystemLog::write(">>> ERROR: {}", decoded->error);
       continue;
     }
-    std::string error;
-    json::Value document = json::parseFile(path, &error);
-    if (!document.present()) {
-      SystemLog::write(">>> ERROR: {}", error);
-      continue;
-    }
-    visit(document);
+    visit(decoded->document);
   }
 }
 

@@ -29,8 +29,15 @@
 // The lower-level pieces (forEachMessageFile, messagesOfDocument, sortBySendDate) are public for
 // parsers that walk the same files for their attachments or gather messages across files.
 //
-// Thread safety: the functions keep no state; the rules' callables run on the calling thread.
-// AccountAliases is not locked; one parser uses it on one thread.
+// A parser that walks many conversations names all their message files up front with a
+// MessageFileReadAhead on its stack: while it lives, the files decode on a helper thread ahead of
+// the conversations being built, and forEachMessageFile takes them from there. Everything else
+// is as without it (the same documents, order and log lines, written on the reading thread); a
+// file asked for out of the announced order is decoded on the spot.
+//
+// Thread safety: the functions keep no state but the thread's current read-ahead; the rules'
+// callables run on the calling thread. AccountAliases is not locked; one parser uses it on one
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -40,9 +47,14 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "dataparser/model/conversation.h"
 #include "dataparser/util/json.h"
+
+namespace dataparser::json {
+class FileReadAhead;
+}
 
 namespace dataparser {
 
@@ -115,6 +127,28 @@ void sortBySendDate(MessageList& messages);
 // leaves it unchanged when no file has one.
 void readMessageFiles(IOSBaseSessionItem& session, json::View fileList,
                       const MessageFileRules& rules);
+
+// The message files of a parser's conversations, decoding ahead of it on a helper thread. Made
+// and destroyed on the thread that reads the conversations; read-aheads nest (the newest serves).
+// Destroying it stops the helper after the file it is decoding.
+class MessageFileReadAhead {
+ public:
+  // `paths` as messageFilePaths gathers them, in the order the parser reads the files.
+  explicit MessageFileReadAhead(std::vector<std::string> paths);
+  ~MessageFileReadAhead();
+  MessageFileReadAhead(const MessageFileReadAhead&) = delete;
+  MessageFileReadAhead& operator=(const MessageFileReadAhead&) = delete;
+
+ private:
+  friend void forEachMessageFile(json::View, const std::function<void(const json::Value&)>&);
+  std::unique_ptr<json::FileReadAhead> ahead_;
+  MessageFileReadAhead* outer_;
+};
+
+// Appends the entries of the file list under `listKey` of every object of `sessions` (a JSON
+// list), in order, as forEachMessageFile reads them.
+void messageFilePaths(json::View sessions, std::vector<std::string>& paths,
+                      std::string_view listKey = "msg_file_list");
 
 // Display aliases for account identifiers: "Account1", "Account2", ... in order of first
 // appearance, so the user never sees the raw identifier. Keep one per parser so that the

@@ -260,6 +260,60 @@ TEST(MessageFilesTest, ListKeyFactoryAndLooseLists) {
   EXPECT_FALSE(messagesOfDocument(json::parse("[1]"), *kept, loose));
 }
 
+TEST(MessageFilesTest, ReadAheadChangesNothingButWhereFilesDecode) {
+  TempDir dir;
+  const std::string a = dir.write("a.json", R"({"messages":[{"text":"a","date":1}]})");
+  const std::string b = dir.write("b.json", R"({"messages":[{"text":"b","date":1}]})");
+  const std::string broken = dir.write("broken.json", "{\"messages\": [");
+  const std::string mended =
+      dir.write("mended.json", "{\"messages\":[{\"text\":\"m\xff\",\"date\":1}]}");
+  const std::string missing = dir.str() + "/missing.json";
+  std::filesystem::create_directories(dir.path() / "folder.json");
+  auto conversation = [](const std::string& list) { return "{\"msg_file_list\":" + list + "}"; };
+  const json::Value sessions =
+      json::parse("[" + conversation(fileListJson({a, missing})) + ",42," +
+                  conversation(fileListJson({broken, mended, dir.str() + "/folder.json"})) + "," +
+                  conversation(fileListJson({b, a, b}, "null")) + "," + conversation("\"x\"") +
+                  "," + conversation("7") + "]");
+
+  // Every conversation's texts, then the log lines in order.
+  auto readAll = [&](std::size_t conversations) {
+    LogCapture logs;
+    std::vector<std::string> seen;
+    for (json::View session : sessions.elements()) {
+      if (!session.isObject() || conversations-- == 0) continue;
+      auto item = newSession();
+      readMessageFiles(*item, session["msg_file_list"], chatRules());
+      for (const std::string& text : textsOf(item->contents()))
+        seen.push_back(text);
+      seen.push_back("|");
+    }
+    for (const std::string& line : logs.run().lines())
+      seen.push_back("run: " + line);
+    for (const std::string& line : logs.system().lines())
+      seen.push_back("system: " + line);
+    return seen;
+  };
+  const std::vector<std::string> serial = readAll(5);
+  // a | m | b | | | and one mended line, one decoding error
+  ASSERT_EQ(serial.size(), 10u);
+
+  std::vector<std::string> announced;
+  messageFilePaths(sessions.view(), announced);
+  EXPECT_EQ(announced.size(), 9u);  // "x" and 7 name no file; 42 is no conversation
+  std::vector<std::string> reversed(announced.rbegin(), announced.rend());
+  const std::vector<std::string> orders[] = {announced, reversed, {}, {b, b, b, b}};
+  for (const std::vector<std::string>& order : orders) {
+    MessageFileReadAhead readAhead(order);
+    EXPECT_EQ(readAll(5), serial) << order.size();
+  }
+  // A walk that stops early leaves the helper to be stopped with its files unread.
+  {
+    MessageFileReadAhead readAhead(announced);
+    EXPECT_EQ(readAll(1).front(), "a");
+  }
+}
+
 TEST(MessageFilesTest, AccountAliasesNumberInOrderOfFirstAppearance) {
   AccountAliases aliases;
   const std::pair<std::string, std::string> cases[] = {

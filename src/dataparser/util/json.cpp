@@ -607,7 +607,11 @@ std::string mendedText(std::string_view text) {
   return out;
 }
 
-Value parseFile(const std::string& path, std::string* error) {
+void logMendedFile(const std::string& path) {
+  RunLog::write(">>> invalid text mended in {}", path);
+}
+
+Value parseFile(const std::string& path, std::string* error, bool* mended) {
   // Every error names its file, so that a log line says which one of many failed.
   auto named = [&path, error](std::string message) {
     if (error) *error = fmt::format("{} ({})", message, path);
@@ -623,12 +627,16 @@ Value parseFile(const std::string& path, std::string* error) {
   // Bad bytes or a lone surrogate in one text must not cost the whole file: mend them and try
   // once more.
   std::string_view bytes(text.data(), text.length());
-  std::string mended = mendedText(bytes);
-  if (mended != bytes) {
+  std::string repaired = mendedText(bytes);
+  if (repaired != bytes) {
     std::string mendedError;
-    value = parse(std::move(mended), &mendedError);
+    value = parse(std::move(repaired), &mendedError);
     if (value.present()) {
-      RunLog::write(">>> invalid text mended in {}", path);
+      if (mended) {
+        *mended = true;
+      } else {
+        logMendedFile(path);
+      }
       return value;
     }
     named(std::move(mendedError));

@@ -257,8 +257,12 @@ inline Value parse(const char* text, std::string* error = nullptr) {
 }
 // Reads and parses a regular file. A missing or unreadable file is an error like malformed
 // JSON. A file that fails only for invalid UTF-8 bytes or surrogate escapes without their pair is
-// mended (mendedText) and parsed again; the run log then names the file once.
-Value parseFile(const std::string& path, std::string* error = nullptr);
+// mended (mendedText) and parsed again; the run log then names the file once. A caller that
+// decodes on one thread and reports on another passes `mended`: it is then set instead, and the
+// caller writes the line with logMendedFile where the file is consumed.
+Value parseFile(const std::string& path, std::string* error = nullptr, bool* mended = nullptr);
+// The run log's line for a file that decoded only after mending.
+void logMendedFile(const std::string& path);
 // The text as it stands between the quotes of a JSON string: quote, backslash and control
 // characters escaped; bytes outside valid UTF-8 become U+FFFD.
 std::string escapedText(std::string_view text);

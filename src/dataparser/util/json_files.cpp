@@ -1,78 +1,71 @@
 #include "dataparser/util/json_files.h"
 
-#include <condition_variable>
-#include <mutex>
-#include <optional>
-#include <thread>
+#include <algorithm>
+#include <utility>
 
 namespace dataparser::json {
-namespace {
 
-struct Decoded {
-  Value document;
-  std::string error;
-};
-
-// The hand-over between the decoding thread and the caller: at most one decoded file waits.
-class ReadAhead {
- public:
-  explicit ReadAhead(const std::vector<std::string>& paths) : paths_(paths) {}
-
-  void decodeAll() {
-    for (std::size_t i = 0; i < paths_.size(); ++i) {
-      {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return stopped_ || !ready_; });
-        if (stopped_) return;
-      }
-      Decoded decoded;
-      decoded.document = parseFile(paths_[i], &decoded.error);
-      std::lock_guard lock(mutex_);
-      ready_ = std::move(decoded);
-      changed_.notify_all();
-    }
-  }
-
-  Decoded take() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return ready_.has_value(); });
-    Decoded decoded = std::move(*ready_);
-    ready_.reset();
-    changed_.notify_all();
+DecodedFile decodeFile(const std::string& path,
+                       const std::function<bool(const std::string&)>& admit) {
+  DecodedFile decoded;
+  if (admit && !admit(path)) {
+    decoded.refused = true;
     return decoded;
   }
+  decoded.document = parseFile(path, &decoded.error, &decoded.mended);
+  return decoded;
+}
 
-  void stop() {
+FileReadAhead::FileReadAhead(std::vector<std::string> paths, Admission admit, std::size_t depth)
+    : paths_(std::move(paths)), admit_(std::move(admit)), depth_(std::max<std::size_t>(depth, 1)) {
+  if (paths_.size() > 1) decoder_ = std::thread([this] { decodeAll(); });
+}
+
+FileReadAhead::~FileReadAhead() {
+  {
     std::lock_guard lock(mutex_);
     stopped_ = true;
+  }
+  changed_.notify_all();
+  if (decoder_.joinable()) decoder_.join();
+}
+
+void FileReadAhead::decodeAll() {
+  for (const std::string& path : paths_) {
+    {
+      std::unique_lock lock(mutex_);
+      changed_.wait(lock, [&] { return stopped_ || ready_.size() < depth_; });
+      if (stopped_) return;
+    }
+    DecodedFile decoded = decodeFile(path, admit_);
+    {
+      std::lock_guard lock(mutex_);
+      ready_.push_back(std::move(decoded));
+    }
     changed_.notify_all();
   }
+}
 
- private:
-  const std::vector<std::string>& paths_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::optional<Decoded> ready_;
-  bool stopped_ = false;
-};
-
-}  // namespace
+DecodedFile FileReadAhead::take() {
+  const std::string& path = paths_[taken_++];
+  if (!decoder_.joinable()) return decodeFile(path, admit_);
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return !ready_.empty(); });
+  DecodedFile decoded = std::move(ready_.front());
+  ready_.pop_front();
+  lock.unlock();
+  changed_.notify_all();
+  return decoded;
+}
 
 void forEachJsonFile(const std::vector<std::string>& paths, const FileVisitor& visit) {
-  if (paths.size() == 1) {  // nothing to overlap
-    std::string error;
-    Value document = parseFile(paths[0], &error);
-    visit(paths[0], std::move(document), error);
-    return;
-  }
-  ReadAhead ahead(paths);
-  std::thread decoder([&ahead] { ahead.decodeAll(); });
+  // One file waits at most: a single SMS file may hold hundreds of megabytes.
+  FileReadAhead ahead(paths);
   for (const std::string& path : paths) {
-    Decoded decoded = ahead.take();
+    DecodedFile decoded = ahead.take();
+    if (decoded.mended) logMendedFile(path);
     if (!visit(path, std::move(decoded.document), decoded.error)) break;
   }
-  ahead.stop();
-  decoder.join();
 }
 
 }  // namespace dataparser::json

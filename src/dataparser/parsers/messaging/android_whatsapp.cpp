@@ -251,6 +251,9 @@ std::shared_ptr<AndroidWhatsAppParser> AndroidWhatsAppParser::parserWithJSONData
   if (!raw.isObject()) return parser;
   const std::string folder = attachmentsFolderFor(backupPath);
 
+  std::vector<std::string> files;
+  messageFilePaths(raw["chat_sessions"], files);
+  MessageFileReadAhead readAhead(std::move(files));
   ItemList collected;
   for (json::View element : raw["chat_sessions"].elements()) {
     if (parser->isStopParser()) break;

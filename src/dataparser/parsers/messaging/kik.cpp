@@ -152,6 +152,10 @@ void IOSKikParser::addJSONData(JSONData data) {
   // Aliases are numbered afresh for every piece.
   AccountAliases aliases;
   ItemList found;
+  std::vector<std::string> files;
+  for (json::View entry : root["kik_accounts"].elements())
+    if (entry.isObject()) messageFilePaths(entry["kik_chat_sessions"], files);
+  MessageFileReadAhead readAhead(std::move(files));
   for (json::View entry : root["kik_accounts"].elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;

@@ -189,6 +189,10 @@ void IOSLineParser::addJSONData(JSONData data) {
   auto collect = [this, &found](const json::Value& document) {
     collectAttachments(document, found);
   };
+  std::vector<std::string> files;
+  for (json::View entry : root["line_accounts"].elements())
+    if (entry.isObject()) messageFilePaths(entry["line_chat_sessions"], files);
+  MessageFileReadAhead readAhead(std::move(files));
   for (json::View entry : root["line_accounts"].elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;

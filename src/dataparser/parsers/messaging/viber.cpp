@@ -239,6 +239,9 @@ void IOSViberParser::readSessions(const json::Value& root) {
   auto collect = [this, &found](const json::Value& document) {
     collectAttachments(document, found);
   };
+  std::vector<std::string> files;
+  messageFilePaths(root["viber_chat_session"], files);
+  MessageFileReadAhead readAhead(std::move(files));
   for (json::View entry : root["viber_chat_session"].elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;

@@ -564,7 +564,15 @@ void IOSWeChatParser::addJSONData(JSONData data) {
   feed_->deviceBackup = deviceBackup();
   feed_->attachments = &attachments();
   feed_->parser = this;
-  for (json::View entry : rawData()["wechat_users"].elements()) {
+  const json::View users = rawData()["wechat_users"];
+  std::vector<std::string> files;
+  for (json::View user : users.elements()) {
+    if (!user.isObject()) continue;
+    messageFilePaths(user["ChatSessions"], files);
+    messageFilePaths(user["SubscribeSessions"], files);
+  }
+  MessageFileReadAhead readAhead(std::move(files));
+  for (json::View entry : users.elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;
     auto account = std::make_shared<IOSWeChatAccountItem>();

@@ -354,6 +354,9 @@ std::shared_ptr<IOSWhatsappParser> IOSWhatsappParser::parserWithJSONData(JSONDat
   json::View sessions = raw["whatsapp_chatsessions"];
   if (sessions.type() == json::Type::kAbsent) sessions = raw["whatsappBusiness_chatsessions"];
 
+  std::vector<std::string> files;
+  messageFilePaths(sessions, files);
+  MessageFileReadAhead readAhead(std::move(files));
   ItemList collected;
   for (json::View element : sessions.elements()) {
     if (parser->isStopParser()) break;
