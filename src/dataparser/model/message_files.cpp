@@ -22,7 +22,7 @@ bool isMessageFile(const std::string& path) {
 }
 
 // How far the helper may run ahead of the conversations being built, in files.
-constexpr std::size_t kReadAheadFiles = 4;
+constexpr std::size_t kReadAheadFiles = 8;
 // How far past the expected file a request may be found in the announced order.
 constexpr std::size_t kReadAheadWindow = 16;
 

@@ -18,6 +18,7 @@
 #include <limits>
 #include <memory>
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -81,17 +82,183 @@ bool paddingReadable(const char* data, std::size_t length) {
   return last % kPage + simdjson::SIMDJSON_PADDING < kPage;
 }
 
+// Shares repeated short strings of a parsed document and packs its string buffer.
+//
+// A message file repeats the same keys ("text", "from_id" ...) and many of the same short values
+// (addresses, kinds) in every record, and the parser stores each occurrence again. Strings sit in
+// the buffer in tape order, so one pass over the tape can move every string down to the write
+// position (never past what is still to be read) and point repeated short ones at their first
+// copy.
+class StringPacker {
+ public:
+  struct Extent {
+    std::size_t tapeWords = 0;
+    std::size_t packedEnd = 0;  // the strings' end after packing
+    std::size_t oldEnd = 0;     // and before
+  };
+
+  Extent pack(simdjson::dom::document& dom) {
+    std::uint64_t* tape = dom.tape.get();
+    std::uint8_t* strings = dom.string_buf.get();
+    // The first root word holds the index just past the last one.
+    const std::size_t words = tape[0] & simdjson::internal::JSON_VALUE_MASK;
+    startDocument();
+    std::size_t write = 0;
+    std::size_t readEnd = 0;
+    for (std::size_t i = 1; i < words; ++i) {
+      const auto type = static_cast<tape_type>(tape[i] >> 56);
+      if (type == tape_type::INT64 || type == tape_type::UINT64 || type == tape_type::DOUBLE) {
+        ++i;  // the number itself fills the next word
+        continue;
+      }
+      if (type != tape_type::STRING) continue;
+      const std::size_t read = tape[i] & simdjson::internal::JSON_VALUE_MASK;
+      std::uint32_t length;
+      std::memcpy(&length, strings + read, sizeof(length));
+      const std::size_t size = sizeof(length) + length + 1;  // with its closing NUL
+      readEnd = read + size;
+      std::size_t at = write;
+      if (length <= kShortString) {
+        at = intern(strings, read, length, write);
+      } else if (read != write) {
+        std::memmove(strings + write, strings + read, size);
+      }
+      if (at == write) write += size;
+      tape[i] = (tape[i] & ~simdjson::internal::JSON_VALUE_MASK) | at;
+    }
+    return {words, write, readEnd};
+  }
+
+ private:
+  static constexpr std::uint32_t kShortString = 32;
+  struct Slot {
+    std::uint64_t offset;
+    std::uint32_t hash;
+    std::uint32_t generation;  // a slot of an earlier document is empty
+  };
+
+  void startDocument() {
+    if (++generation_ == 0) {  // wrapped: forget every slot for real
+      std::fill(slots_.begin(), slots_.end(), Slot{});
+      generation_ = 1;
+    }
+    used_ = 0;
+    if (slots_.empty()) slots_.resize(1024);
+  }
+
+  static std::uint32_t hashOf(const std::uint8_t* bytes, std::uint32_t length) {
+    std::uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
+    std::uint32_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+      std::uint64_t word;
+      std::memcpy(&word, bytes + i, 8);
+      h = (h ^ word) * 0xFF51AFD7ED558CCDull;
+      h ^= h >> 32;
+    }
+    if (i < length) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, bytes + i, length - i);
+      h = (h ^ word) * 0xFF51AFD7ED558CCDull;
+      h ^= h >> 32;
+    }
+    return static_cast<std::uint32_t>(h);
+  }
+
+  // The offset of an earlier copy of the string at `read`; otherwise moves it to `write`,
+  // remembers it there and returns `write`.
+  std::size_t intern(std::uint8_t* strings, std::size_t read, std::uint32_t length,
+                     std::size_t write) {
+    const std::uint8_t* bytes = strings + read + sizeof(std::uint32_t);
+    const std::uint32_t hash = hashOf(bytes, length);
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+      Slot& slot = slots_[i];
+      if (slot.generation != generation_) {
+        if (read != write) std::memmove(strings + write, strings + read, length + 5);
+        slot = {write, hash, generation_};
+        if (++used_ * 2 > slots_.size()) grow();
+        return write;
+      }
+      if (slot.hash != hash) continue;
+      std::uint32_t otherLength;
+      std::memcpy(&otherLength, strings + slot.offset, sizeof(otherLength));
+      if (otherLength == length &&
+          std::memcmp(strings + slot.offset + sizeof(std::uint32_t), bytes, length) == 0) {
+        return slot.offset;
+      }
+    }
+  }
+
+  void grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    const std::size_t mask = slots_.size() - 1;
+    for (const Slot& slot : old) {
+      if (slot.generation != generation_) continue;
+      std::size_t i = slot.hash & mask;
+      while (slots_[i].generation == generation_)
+        i = (i + 1) & mask;
+      slots_[i] = slot;
+    }
+  }
+
+  std::vector<Slot> slots_;
+  std::size_t used_ = 0;
+  std::uint32_t generation_ = 0;
+};
+
+// Texts up to this size are parsed into the thread's scratch document and copied out packed;
+// larger ones are parsed straight into their own document and packed in place.
+constexpr std::size_t kScratchDocumentBytes = std::size_t{4} << 20;
+
+// Hands the whole pages of `strings` between the packed end and the old end back to the system;
+// nothing reads them again.
+void releaseTail(std::uint8_t* strings, const StringPacker::Extent& extent) {
+  constexpr std::uintptr_t kPage = 4096;
+  auto from =
+      (reinterpret_cast<std::uintptr_t>(strings + extent.packedEnd) + kPage - 1) & ~(kPage - 1);
+  auto to = reinterpret_cast<std::uintptr_t>(strings + extent.oldEnd) & ~(kPage - 1);
+  if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+}
+
+simdjson::error_code parseInto(simdjson::dom::document& dom, const char* data, std::size_t length,
+                               bool padded) {
+  if (length > kLargeDocumentBytes) {
+    simdjson::dom::parser parser;
+    return parser.parse_into_document(dom, data, length, !padded).error();
+  }
+  return threadParser().parse_into_document(dom, data, length, !padded).error();
+}
+
 Value parseBytes(const char* data, std::size_t length, bool padded, std::string* error) {
   padded = padded || paddingReadable(data, length);
   auto document = std::make_shared<Document>();
-  simdjson::error_code code = prepareDocument(document->dom, length);
-  if (code == simdjson::SUCCESS) {
-    if (length > kLargeDocumentBytes) {
-      simdjson::dom::parser parser;
-      code = parser.parse_into_document(document->dom, data, length, !padded).error();
-    } else {
-      code = threadParser().parse_into_document(document->dom, data, length, !padded).error();
+  thread_local StringPacker packer;
+  simdjson::error_code code = simdjson::SUCCESS;
+  if (length <= kScratchDocumentBytes) {
+    // The scratch pages are warm: the parse faults none in, and the copy is exactly sized.
+    thread_local simdjson::dom::document scratch;
+    if (scratch.capacity() < length)
+      code = scratch.allocate(std::max(length, std::size_t{1} << 20));
+    if (code == simdjson::SUCCESS) code = parseInto(scratch, data, length, padded);
+    if (code == simdjson::SUCCESS) {
+      const StringPacker::Extent extent = packer.pack(scratch);
+      simdjson::dom::document& dom = document->dom;
+      dom.tape.reset(new (std::nothrow) std::uint64_t[extent.tapeWords]);
+      dom.string_buf.reset(new (std::nothrow)
+                               std::uint8_t[std::max<std::size_t>(extent.packedEnd, 1)]);
+      if (!dom.tape || !dom.string_buf) {
+        code = simdjson::MEMALLOC;
+      } else {
+        std::memcpy(dom.tape.get(), scratch.tape.get(), extent.tapeWords * sizeof(std::uint64_t));
+        std::memcpy(dom.string_buf.get(), scratch.string_buf.get(), extent.packedEnd);
+      }
     }
+  } else {
+    code = prepareDocument(document->dom, length);
+    if (code == simdjson::SUCCESS) code = parseInto(document->dom, data, length, padded);
+    if (code == simdjson::SUCCESS)
+      releaseTail(document->dom.string_buf.get(), packer.pack(document->dom));
   }
   if (code != simdjson::SUCCESS) {
     if (error) *error = simdjson::error_message(code);

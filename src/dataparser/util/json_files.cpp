@@ -34,15 +34,23 @@ void FileReadAhead::decodeAll() {
   for (const std::string& path : paths_) {
     {
       std::unique_lock lock(mutex_);
-      changed_.wait(lock, [&] { return stopped_ || ready_.size() < depth_; });
+      if (!stopped_ && ready_.size() >= depth_) {
+        // Full: sleep until the reader has taken half, so that it wakes this thread once per
+        // half a queue rather than once per file.
+        decoderWaiting_ = true;
+        changed_.wait(lock, [&] { return stopped_ || ready_.size() <= depth_ / 2; });
+        decoderWaiting_ = false;
+      }
       if (stopped_) return;
     }
     DecodedFile decoded = decodeFile(path, admit_);
+    bool wake = false;
     {
       std::lock_guard lock(mutex_);
       ready_.push_back(std::move(decoded));
+      wake = readerWaiting_;
     }
-    changed_.notify_all();
+    if (wake) changed_.notify_all();
   }
 }
 
@@ -50,11 +58,16 @@ DecodedFile FileReadAhead::take() {
   const std::string& path = paths_[taken_++];
   if (!decoder_.joinable()) return decodeFile(path, admit_);
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return !ready_.empty(); });
+  if (ready_.empty()) {
+    readerWaiting_ = true;
+    changed_.wait(lock, [&] { return !ready_.empty(); });
+    readerWaiting_ = false;
+  }
   DecodedFile decoded = std::move(ready_.front());
   ready_.pop_front();
+  const bool wake = decoderWaiting_ && ready_.size() <= depth_ / 2;
   lock.unlock();
-  changed_.notify_all();
+  if (wake) changed_.notify_all();
   return decoded;
 }
 

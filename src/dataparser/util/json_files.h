@@ -76,6 +76,9 @@ class FileReadAhead {
   std::condition_variable changed_;
   std::deque<DecodedFile> ready_;  // the outcomes of paths_[taken_ ...], in order
   bool stopped_ = false;
+  // Who sleeps on `changed_`: each side wakes the other only when it does.
+  bool decoderWaiting_ = false;
+  bool readerWaiting_ = false;
   std::thread decoder_;
 };
 

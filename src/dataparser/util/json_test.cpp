@@ -205,5 +205,42 @@ TEST(JsonTest, FilesParsedOneAfterAnotherKeepTheirOwnContent) {
   EXPECT_FALSE(error.empty());
 }
 
+TEST(JsonTest, RepeatedShortStringsAreStoredOnceAndEveryTextReadsBack) {
+  // Records that repeat keys and short values, strings at and around the sharing limit, and a
+  // text large enough to be packed in place; each kept alive while the next ones are parsed.
+  std::string big = "[";
+  for (int i = 0; i < 60000; ++i)
+    big += std::string(i ? "," : "") + R"({"from_id":"4917@s.whatsapp.net","text":"message )" +
+           std::to_string(i) + R"( with a text longer than thirty-two bytes"})";
+  big += "]";
+  const std::string texts[] = {
+      big,
+      R"({"k":"v","list":[1,-2,1.5,"",true,null,"v"],"k2":{"k":"v"}})",
+      R"(["12345678901234567890123456789012","123456789012345678901234567890123",)"
+      R"("12345678901234567890123456789012","123456789012345678901234567890123"])",
+      R"({"é":"日本語","e":"\u0000x","é2":"日本語"})",
+      R"([])",
+  };
+  std::vector<Value> documents;
+  for (const std::string& text : texts)
+    documents.push_back(parse(text));
+  for (std::size_t i = 0; i < documents.size(); ++i) {
+    EXPECT_EQ(documents[i].view().toJsonText(), parse(texts[i]).view().toJsonText()) << i;
+  }
+  EXPECT_EQ(documents[0].view().at(59999)["text"].string(),
+            "message 59999 with a text longer than thirty-two bytes");
+  EXPECT_EQ(documents[1]["k2"]["k"].string(), "v");
+  EXPECT_EQ(documents[3]["e"].string(), std::string_view("\0x", 2));
+
+  // Equal short strings share their bytes; longer ones keep their own.
+  const View big0 = documents[0].view().at(0);
+  EXPECT_EQ(big0["from_id"].string().data(),
+            documents[0].view().at(59999)["from_id"].string().data());
+  const View limits = documents[2].view();
+  EXPECT_EQ(limits.at(0).string().data(), limits.at(2).string().data());
+  EXPECT_NE(limits.at(1).string().data(), limits.at(3).string().data());
+  EXPECT_EQ(limits.at(3).string(), "123456789012345678901234567890123");
+}
+
 }  // namespace
 }  // namespace dataparser::json

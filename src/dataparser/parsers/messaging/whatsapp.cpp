@@ -52,17 +52,18 @@ std::string whatsappAddress(std::string_view address) {
                   [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) {
     return matchWithPattern(address, kAddressPattern).value_or(std::string(address));
   }
+  // The text before the last mark of the first line that has one.
   std::size_t lineStart = 0;
-  while (true) {
-    std::size_t lineEnd = address.find('\n', lineStart);
-    if (lineEnd == std::string_view::npos) lineEnd = address.size();
-    std::string_view line = address.substr(lineStart, lineEnd - lineStart);
-    if (std::size_t mark = line.find_last_of("@-"); mark != std::string_view::npos) {
-      return std::string(line.substr(0, mark));
+  for (std::size_t i = 0; i <= address.size(); ++i) {
+    if (i < address.size() && address[i] != '\n') continue;
+    for (std::size_t j = i; j > lineStart; --j) {
+      if (address[j - 1] == '@' || address[j - 1] == '-') {
+        return std::string(address.substr(lineStart, j - 1 - lineStart));
+      }
     }
-    if (lineEnd == address.size()) return std::string(address);
-    lineStart = lineEnd + 1;
+    lineStart = i + 1;
   }
+  return std::string(address);
 }
 
 std::string withLeadingPlus(std::string text) {
