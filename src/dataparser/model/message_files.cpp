@@ -30,10 +30,21 @@ thread_local MessageFileReadAhead* currentReadAhead = nullptr;
 
 }  // namespace
 
-MessageFileReadAhead::MessageFileReadAhead(std::vector<std::string> paths)
-    : ahead_(
-          std::make_unique<json::FileReadAhead>(std::move(paths), isMessageFile, kReadAheadFiles)),
-      outer_(currentReadAhead) {
+MessageFileReadAhead::MessageFileReadAhead(std::vector<std::string> paths, MessageFileNames named)
+    : outer_(currentReadAhead) {
+  json::FileReadAhead::Preparation prepare;
+  if (!named.fileKeys.empty()) {
+    prepare = [named = std::move(named)](json::DecodedFile& file) {
+      for (json::View record : file.document[named.listKey].elements()) {
+        if (!record.isObject()) continue;
+        for (std::string_view key : named.fileKeys) {
+          if (std::string_view path = record[key].string(); !path.empty()) file.files.lookUp(path);
+        }
+      }
+    };
+  }
+  ahead_ = std::make_unique<json::FileReadAhead>(std::move(paths), isMessageFile, kReadAheadFiles,
+                                                 std::move(prepare));
   currentReadAhead = this;
 }
 
@@ -76,6 +87,7 @@ void forEachMessageFile(json::View fileList,
       SystemLog::write(">>> ERROR: {}", decoded->error);
       continue;
     }
+    KnownBackupFiles::Scope known(decoded->files.empty() ? nullptr : &decoded->files);
     visit(decoded->document);
   }
 }

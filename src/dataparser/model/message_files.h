@@ -128,13 +128,22 @@ void sortBySendDate(MessageList& messages);
 void readMessageFiles(IOSBaseSessionItem& session, json::View fileList,
                       const MessageFileRules& rules);
 
+// The files a parser will test in each message file: those named under `fileKeys` by the objects
+// of the list under `listKey`. The read-ahead looks them up with the file, and the parser's tests
+// of those paths (backupFileExists) are answered from there.
+struct MessageFileNames {
+  std::string_view listKey = "messages";
+  std::vector<std::string_view> fileKeys;
+};
+
 // The message files of a parser's conversations, decoding ahead of it on a helper thread. Made
 // and destroyed on the thread that reads the conversations; read-aheads nest (the newest serves).
 // Destroying it stops the helper after the file it is decoding.
 class MessageFileReadAhead {
  public:
   // `paths` as messageFilePaths gathers them, in the order the parser reads the files.
-  explicit MessageFileReadAhead(std::vector<std::string> paths);
+  explicit MessageFileReadAhead(std::vector<std::string> paths,
+                                MessageFileNames named = MessageFileNames());
   ~MessageFileReadAhead();
   MessageFileReadAhead(const MessageFileReadAhead&) = delete;
   MessageFileReadAhead& operator=(const MessageFileReadAhead&) = delete;

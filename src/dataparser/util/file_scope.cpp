@@ -286,7 +286,33 @@ bool isInsideBackup(const std::string& path) {
   return statScoped(path, &status);
 }
 
+namespace {
+thread_local const KnownBackupFiles* knownFiles = nullptr;
+}  // namespace
+
+void KnownBackupFiles::lookUp(std::string_view path) {
+  if (answers_.contains(path)) return;
+  struct stat status {};
+  answers_.emplace(path, statScoped(std::string(path), &status));
+}
+
+const bool* KnownBackupFiles::find(std::string_view path) const {
+  auto found = answers_.find(path);
+  return found == answers_.end() ? nullptr : &found->second;
+}
+
+KnownBackupFiles::Scope::Scope(const KnownBackupFiles* table) : outer_(knownFiles) {
+  knownFiles = table;
+}
+
+KnownBackupFiles::Scope::~Scope() {
+  knownFiles = outer_;
+}
+
 bool backupFileExists(const std::string& path) {
+  if (knownFiles != nullptr) {
+    if (const bool* known = knownFiles->find(path)) return *known;
+  }
   struct stat status {};
   return statScoped(path, &status);
 }

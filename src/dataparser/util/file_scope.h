@@ -26,6 +26,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace dataparser {
@@ -62,6 +63,34 @@ std::uint64_t backupFileSize(const std::string& path);
 // outside.
 std::optional<std::uint64_t> existingBackupFileSize(const std::string& path);
 std::optional<std::string> firstExistingBackupFile(std::initializer_list<std::string_view> paths);
+// Answers of backupFileExists looked up ahead, on another thread, for the paths that one
+// decoded document names. While a KnownBackupFiles::Scope holds a table on a thread,
+// backupFileExists on that thread answers from it for the paths it holds (exactly what a look
+// then would have said, unless the backup changes meanwhile) and looks every other path up.
+// The table refers to the paths' bytes; they must outlive it. Not locked: filled on one thread,
+// then read on one thread.
+class KnownBackupFiles {
+ public:
+  // Looks `path` up now and remembers the answer.
+  void lookUp(std::string_view path);
+  const bool* find(std::string_view path) const;
+  bool empty() const { return answers_.empty(); }
+
+  class Scope {
+   public:
+    explicit Scope(const KnownBackupFiles* table);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+   private:
+    const KnownBackupFiles* outer_;
+  };
+
+ private:
+  std::unordered_map<std::string_view, bool> answers_;
+};
+
 // openRegularFile / readFile for a path named by backup data.
 int openBackupFile(const std::string& path, std::uint64_t* size = nullptr);
 std::optional<std::string> readBackupFile(const std::string& path);

@@ -110,5 +110,34 @@ TEST(BackupScopeTest, SeveralScopesAndSpecialFiles) {
   ::close(fd);
 }
 
+TEST(BackupScopeTest, KnownFilesAnswerForTheirPathsOnlyWhileHeld) {
+  Layout layout;
+  BackupScope scope({layout.backup});
+  const std::string later = layout.backup + "/files/later.jpg";
+  // The table refers to the paths' bytes, as it does to a document's strings.
+  const std::string paths[] = {layout.file, later, layout.backup + "/files/link-out"};
+  KnownBackupFiles known;
+  // Looked up under the scope's rule: a link out of the backup is missing.
+  for (const std::string& path : paths)
+    known.lookUp(path);
+  fs::remove(layout.file);
+  layout.dir.write("backup/files/later.jpg", "x");
+  layout.dir.write("backup/files/other.jpg", "x");
+  {
+    KnownBackupFiles::Scope held(&known);
+    EXPECT_TRUE(backupFileExists(layout.file));  // the answer of the look ahead
+    EXPECT_FALSE(backupFileExists(later));
+    EXPECT_FALSE(backupFileExists(layout.backup + "/files/link-out"));
+    EXPECT_TRUE(backupFileExists(layout.backup + "/files/other.jpg"));  // looked up now
+    {
+      KnownBackupFiles::Scope none(nullptr);
+      EXPECT_TRUE(backupFileExists(later));
+    }
+    EXPECT_FALSE(backupFileExists(later));
+  }
+  EXPECT_FALSE(backupFileExists(layout.file));
+  EXPECT_TRUE(backupFileExists(later));
+}
+
 }  // namespace
 }  // namespace dataparser

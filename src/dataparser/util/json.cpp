@@ -30,27 +30,61 @@
 
 namespace dataparser::json {
 
-using simdjson::internal::tape_ref;
 using simdjson::internal::tape_type;
 
-// Owns simdjson's DOM. Handles refer to it by tape index: the tape format (one 64-bit word per
-// scalar, brackets that know their matching bracket) is simdjson's documented, stable layout.
-class Document {
- public:
-  simdjson::dom::document dom;
-
-  tape_ref tape(std::size_t index) const { return tape_ref(&dom, index); }
-
-  // The root element sits right after the tape's root word.
-  static constexpr std::size_t kRootIndex = 1;
-
-  static View view(const Document* document, std::size_t index) {
-    View view;
-    view.document_ = document;
-    view.tapeIndex_ = index;
-    return view;
+// Gives the parse functions the document's buffers.
+struct DocumentAccess {
+  static void adopt(Document& document, std::unique_ptr<std::uint64_t[]> tape,
+                    std::unique_ptr<std::uint8_t[]> strings) {
+    document.tape_ = std::move(tape);
+    document.strings_ = std::move(strings);
   }
 };
+
+namespace {
+
+// One tape word read the way simdjson's own tape reader reads it.
+class TapeWord {
+ public:
+  TapeWord(const Document* document, std::size_t index) : document_(document), index_(index) {}
+  tape_type tape_ref_type() const { return static_cast<tape_type>(document_->kind(index_)); }
+  // The index just past this element.
+  std::size_t after_element() const {
+    switch (tape_ref_type()) {
+      case tape_type::START_ARRAY:
+      case tape_type::START_OBJECT:
+        return static_cast<std::uint32_t>(document_->word(index_));
+      case tape_type::INT64:
+      case tape_type::UINT64:
+      case tape_type::DOUBLE:
+        return index_ + 2;
+      default:
+        return index_ + 1;
+    }
+  }
+  std::uint32_t scope_count() const {
+    return static_cast<std::uint32_t>((document_->word(index_) >> 32) & 0xFFFFFF);
+  }
+  std::string_view get_string_view() const { return document_->stringAt(index_); }
+  template <class T>
+  T next_tape_value() const {
+    const std::uint64_t bits = document_->word(index_ + 1);
+    T value;
+    std::memcpy(&value, &bits, sizeof(value));
+    return value;
+  }
+  bool is_true() const { return tape_ref_type() == tape_type::TRUE_VALUE; }
+
+ private:
+  const Document* document_;
+  std::size_t index_;
+};
+
+TapeWord word(const Document* document, std::size_t index) {
+  return TapeWord(document, index);
+}
+
+}  // namespace
 
 namespace {
 
@@ -243,22 +277,25 @@ Value parseBytes(const char* data, std::size_t length, bool padded, std::string*
     if (code == simdjson::SUCCESS) code = parseInto(scratch, data, length, padded);
     if (code == simdjson::SUCCESS) {
       const StringPacker::Extent extent = packer.pack(scratch);
-      simdjson::dom::document& dom = document->dom;
-      dom.tape.reset(new (std::nothrow) std::uint64_t[extent.tapeWords]);
-      dom.string_buf.reset(new (std::nothrow)
-                               std::uint8_t[std::max<std::size_t>(extent.packedEnd, 1)]);
-      if (!dom.tape || !dom.string_buf) {
+      std::unique_ptr<std::uint64_t[]> tape(new (std::nothrow) std::uint64_t[extent.tapeWords]);
+      std::unique_ptr<std::uint8_t[]> strings(
+          new (std::nothrow) std::uint8_t[std::max<std::size_t>(extent.packedEnd, 1)]);
+      if (!tape || !strings) {
         code = simdjson::MEMALLOC;
       } else {
-        std::memcpy(dom.tape.get(), scratch.tape.get(), extent.tapeWords * sizeof(std::uint64_t));
-        std::memcpy(dom.string_buf.get(), scratch.string_buf.get(), extent.packedEnd);
+        std::memcpy(tape.get(), scratch.tape.get(), extent.tapeWords * sizeof(std::uint64_t));
+        std::memcpy(strings.get(), scratch.string_buf.get(), extent.packedEnd);
+        DocumentAccess::adopt(*document, std::move(tape), std::move(strings));
       }
     }
   } else {
-    code = prepareDocument(document->dom, length);
-    if (code == simdjson::SUCCESS) code = parseInto(document->dom, data, length, padded);
-    if (code == simdjson::SUCCESS)
-      releaseTail(document->dom.string_buf.get(), packer.pack(document->dom));
+    simdjson::dom::document dom;
+    code = prepareDocument(dom, length);
+    if (code == simdjson::SUCCESS) code = parseInto(dom, data, length, padded);
+    if (code == simdjson::SUCCESS) {
+      releaseTail(dom.string_buf.get(), packer.pack(dom));
+      DocumentAccess::adopt(*document, std::move(dom.tape), std::move(dom.string_buf));
+    }
   }
   if (code != simdjson::SUCCESS) {
     if (error) *error = simdjson::error_message(code);
@@ -353,16 +390,16 @@ std::string_view trimLeadingSpace(std::string_view text) {
 
 template <class Writer>
 void writeElement(const Document* document, std::size_t index, Writer& writer) {
-  tape_ref tape = document->tape(index);
+  TapeWord tape = word(document, index);
   switch (tape.tape_ref_type()) {
     case tape_type::START_OBJECT: {
       writer.StartObject();
       std::size_t end = tape.after_element() - 1;
       for (std::size_t i = index + 1; i < end;) {
-        std::string_view key = document->tape(i).get_string_view();
+        std::string_view key = word(document, i).get_string_view();
         writer.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
         writeElement(document, i + 1, writer);
-        i = document->tape(i + 1).after_element();
+        i = word(document, i + 1).after_element();
       }
       writer.EndObject();
       return;
@@ -370,7 +407,7 @@ void writeElement(const Document* document, std::size_t index, Writer& writer) {
     case tape_type::START_ARRAY: {
       writer.StartArray();
       std::size_t end = tape.after_element() - 1;
-      for (std::size_t i = index + 1; i < end; i = document->tape(i).after_element()) {
+      for (std::size_t i = index + 1; i < end; i = word(document, i).after_element()) {
         writeElement(document, i, writer);
       }
       writer.EndArray();
@@ -404,31 +441,6 @@ void writeElement(const Document* document, std::size_t index, Writer& writer) {
 
 }  // namespace
 
-Type View::type() const {
-  if (document_ == nullptr) return Type::kAbsent;
-  switch (document_->tape(tapeIndex_).tape_ref_type()) {
-    case tape_type::START_OBJECT:
-      return Type::kObject;
-    case tape_type::START_ARRAY:
-      return Type::kArray;
-    case tape_type::STRING:
-      return Type::kString;
-    case tape_type::INT64:
-      return Type::kInteger;
-    case tape_type::UINT64:
-      return Type::kUnsigned;
-    case tape_type::DOUBLE:
-      return Type::kDouble;
-    case tape_type::TRUE_VALUE:
-    case tape_type::FALSE_VALUE:
-      return Type::kBoolean;
-    case tape_type::NULL_VALUE:
-      return Type::kNull;
-    default:
-      return Type::kAbsent;
-  }
-}
-
 bool View::isNumber() const {
   Type t = type();
   return t == Type::kInteger || t == Type::kUnsigned || t == Type::kDouble;
@@ -436,14 +448,10 @@ bool View::isNumber() const {
 
 View View::operator[](std::string_view key) const {
   if (!isObject()) return {};
-  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  std::size_t end = word(document_, tapeIndex_).after_element() - 1;
   for (std::size_t i = tapeIndex_ + 1; i < end;) {
-    tape_ref keyTape = document_->tape(i);
-    if (keyTape.get_string_length() == key.size() &&
-        std::memcmp(keyTape.get_c_str(), key.data(), key.size()) == 0) {
-      return Document::view(document_, i + 1);
-    }
-    i = document_->tape(i + 1).after_element();
+    if (document_->stringAt(i) == key) return Document::view(document_, i + 1);
+    i = word(document_, i + 1).after_element();
   }
   return {};
 }
@@ -467,9 +475,9 @@ void View::findFields(const std::string_view* keys, View* found, std::size_t cou
     byLength[keys[k].size() % kBuckets] |= std::uint64_t{1} << k;
     open |= std::uint64_t{1} << k;
   }
-  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  std::size_t end = word(document_, tapeIndex_).after_element() - 1;
   for (std::size_t i = tapeIndex_ + 1; i < end && open != 0;) {
-    std::string_view key = document_->tape(i).get_string_view();
+    std::string_view key = word(document_, i).get_string_view();
     // A slot takes the first member of its name, as operator[] does.
     for (std::uint64_t candidates = byLength[key.size() % kBuckets] & open; candidates != 0;
          candidates &= candidates - 1) {
@@ -480,15 +488,15 @@ void View::findFields(const std::string_view* keys, View* found, std::size_t cou
         break;
       }
     }
-    i = document_->tape(i + 1).after_element();
+    i = word(document_, i + 1).after_element();
   }
 }
 
 View View::at(std::size_t index) const {
   if (!isArray()) return {};
-  std::size_t end = document_->tape(tapeIndex_).after_element() - 1;
+  std::size_t end = word(document_, tapeIndex_).after_element() - 1;
   std::size_t i = tapeIndex_ + 1;
-  for (std::size_t n = 0; i < end; ++n, i = document_->tape(i).after_element()) {
+  for (std::size_t n = 0; i < end; ++n, i = word(document_, i).after_element()) {
     if (n == index) return Document::view(document_, i);
   }
   return {};
@@ -497,7 +505,7 @@ View View::at(std::size_t index) const {
 std::size_t View::size() const {
   Type t = type();
   if (t != Type::kArray && t != Type::kObject) return 0;
-  tape_ref tape = document_->tape(tapeIndex_);
+  TapeWord tape = word(document_, tapeIndex_);
   std::uint32_t count = tape.scope_count();
   // The tape saturates its element count at 0xFFFFFF; count by walking past that.
   if (count < 0xFFFFFF) return count;
@@ -505,31 +513,26 @@ std::size_t View::size() const {
   std::size_t end = tape.after_element() - 1;
   for (std::size_t i = tapeIndex_ + 1; i < end; ++n) {
     if (t == Type::kObject) ++i;  // skip the key
-    i = document_->tape(i).after_element();
+    i = word(document_, i).after_element();
   }
   return n;
 }
 
-std::string_view View::string() const {
-  if (!isString()) return {};
-  return document_->tape(tapeIndex_).get_string_view();
-}
-
 std::optional<std::string_view> View::optionalString() const {
   if (!isString()) return std::nullopt;
-  return document_->tape(tapeIndex_).get_string_view();
+  return word(document_, tapeIndex_).get_string_view();
 }
 
 std::int64_t View::integer() const {
   switch (type()) {
     case Type::kInteger:
-      return document_->tape(tapeIndex_).next_tape_value<std::int64_t>();
+      return word(document_, tapeIndex_).next_tape_value<std::int64_t>();
     case Type::kUnsigned:
       return std::numeric_limits<std::int64_t>::max();  // only values above INT64_MAX are here
     case Type::kDouble:
-      return saturate(document_->tape(tapeIndex_).next_tape_value<double>());
+      return saturate(word(document_, tapeIndex_).next_tape_value<double>());
     case Type::kBoolean:
-      return document_->tape(tapeIndex_).is_true() ? 1 : 0;
+      return word(document_, tapeIndex_).is_true() ? 1 : 0;
     default:
       return 0;
   }
@@ -538,20 +541,20 @@ std::int64_t View::integer() const {
 double View::number() const {
   switch (type()) {
     case Type::kInteger:
-      return static_cast<double>(document_->tape(tapeIndex_).next_tape_value<std::int64_t>());
+      return static_cast<double>(word(document_, tapeIndex_).next_tape_value<std::int64_t>());
     case Type::kUnsigned:
-      return static_cast<double>(document_->tape(tapeIndex_).next_tape_value<std::uint64_t>());
+      return static_cast<double>(word(document_, tapeIndex_).next_tape_value<std::uint64_t>());
     case Type::kDouble:
-      return document_->tape(tapeIndex_).next_tape_value<double>();
+      return word(document_, tapeIndex_).next_tape_value<double>();
     case Type::kBoolean:
-      return document_->tape(tapeIndex_).is_true() ? 1.0 : 0.0;
+      return word(document_, tapeIndex_).is_true() ? 1.0 : 0.0;
     default:
       return 0.0;
   }
 }
 
 bool View::boolean() const {
-  if (isBoolean()) return document_->tape(tapeIndex_).is_true();
+  if (isBoolean()) return word(document_, tapeIndex_).is_true();
   if (isNumber()) return number() != 0.0;
   return false;
 }
@@ -628,7 +631,7 @@ View ArrayRange::iterator::operator*() const {
 }
 
 ArrayRange::iterator& ArrayRange::iterator::operator++() {
-  index_ = document_->tape(index_).after_element();
+  index_ = word(document_, index_).after_element();
   return *this;
 }
 
@@ -644,16 +647,16 @@ ArrayRange::iterator ArrayRange::end() const {
   iterator it;
   if (array_.document_ == nullptr) return it;
   it.document_ = array_.document_;
-  it.index_ = array_.document_->tape(array_.tapeIndex_).after_element() - 1;
+  it.index_ = word(array_.document_, array_.tapeIndex_).after_element() - 1;
   return it;
 }
 
 Member ObjectRange::iterator::operator*() const {
-  return Member{document_->tape(index_).get_string_view(), Document::view(document_, index_ + 1)};
+  return Member{word(document_, index_).get_string_view(), Document::view(document_, index_ + 1)};
 }
 
 ObjectRange::iterator& ObjectRange::iterator::operator++() {
-  index_ = document_->tape(index_ + 1).after_element();
+  index_ = word(document_, index_ + 1).after_element();
   return *this;
 }
 
@@ -669,7 +672,7 @@ ObjectRange::iterator ObjectRange::end() const {
   iterator it;
   if (object_.document_ == nullptr) return it;
   it.document_ = object_.document_;
-  it.index_ = object_.document_->tape(object_.tapeIndex_).after_element() - 1;
+  it.index_ = word(object_.document_, object_.tapeIndex_).after_element() - 1;
   return it;
 }
 

@@ -27,6 +27,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -47,8 +48,35 @@ enum class Type : std::uint8_t {
   kBoolean,
 };
 
-// Opaque owner of one parsed document (simdjson's DOM and the bytes it was parsed from).
-class Document;
+class View;
+
+// One parsed document: its tape and the strings the tape points into, in simdjson's documented
+// tape layout. Each value or bracket is one 64-bit word with its kind (a character) in the top
+// byte; a number's value fills the word after it; an opening bracket's low 32 bits give the
+// index just past its partner, the next 24 bits its element count (saturated); a string's
+// 56 bits give the offset of its 32-bit length and bytes. Immutable once parsed; made only by
+// the parse functions below.
+class Document {
+ public:
+  static constexpr std::size_t kRootIndex = 1;  // the root element, after the tape's root word
+
+  char kind(std::size_t index) const { return static_cast<char>(tape_[index] >> 56); }
+  std::uint64_t word(std::size_t index) const { return tape_[index]; }
+  // The string at `index` (which must hold one).
+  std::string_view stringAt(std::size_t index) const {
+    const std::uint8_t* at = strings_.get() + (tape_[index] & kPayloadMask);
+    std::uint32_t length;
+    std::memcpy(&length, at, sizeof(length));
+    return {reinterpret_cast<const char*>(at + sizeof(length)), length};
+  }
+  static View view(const Document* document, std::size_t index);
+
+ private:
+  friend struct DocumentAccess;
+  static constexpr std::uint64_t kPayloadMask = 0x00FFFFFFFFFFFFFFull;
+  std::unique_ptr<std::uint64_t[]> tape_;
+  std::unique_ptr<std::uint8_t[]> strings_;
+};
 
 class ArrayRange;
 class ObjectRange;
@@ -126,6 +154,43 @@ class View {
   // rebuild the element inside json.cpp.
   std::size_t tapeIndex_ = 0;
 };
+
+inline Type View::type() const {
+  if (document_ == nullptr) return Type::kAbsent;
+  switch (document_->kind(tapeIndex_)) {
+    case '{':
+      return Type::kObject;
+    case '[':
+      return Type::kArray;
+    case '"':
+      return Type::kString;
+    case 'l':
+      return Type::kInteger;
+    case 'u':
+      return Type::kUnsigned;
+    case 'd':
+      return Type::kDouble;
+    case 't':
+    case 'f':
+      return Type::kBoolean;
+    case 'n':
+      return Type::kNull;
+    default:
+      return Type::kAbsent;
+  }
+}
+
+inline std::string_view View::string() const {
+  if (document_ == nullptr || document_->kind(tapeIndex_) != '"') return {};
+  return document_->stringAt(tapeIndex_);
+}
+
+inline View Document::view(const Document* document, std::size_t index) {
+  View view;
+  view.document_ = document;
+  view.tapeIndex_ = index;
+  return view;
+}
 
 // Shared, owning handle. Copying it copies a shared_ptr. Items keep one for their record, so it
 // is kept small: the owner and the element's tape index (0, the tape's root word, for none).

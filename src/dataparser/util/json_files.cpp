@@ -16,8 +16,12 @@ DecodedFile decodeFile(const std::string& path,
   return decoded;
 }
 
-FileReadAhead::FileReadAhead(std::vector<std::string> paths, Admission admit, std::size_t depth)
-    : paths_(std::move(paths)), admit_(std::move(admit)), depth_(std::max<std::size_t>(depth, 1)) {
+FileReadAhead::FileReadAhead(std::vector<std::string> paths, Admission admit, std::size_t depth,
+                             Preparation prepare)
+    : paths_(std::move(paths)),
+      admit_(std::move(admit)),
+      depth_(std::max<std::size_t>(depth, 1)),
+      prepare_(std::move(prepare)) {
   if (paths_.size() > 1) decoder_ = std::thread([this] { decodeAll(); });
 }
 
@@ -44,6 +48,7 @@ void FileReadAhead::decodeAll() {
       if (stopped_) return;
     }
     DecodedFile decoded = decodeFile(path, admit_);
+    if (prepare_ && decoded.document.present()) prepare_(decoded);
     bool wake = false;
     {
       std::lock_guard lock(mutex_);

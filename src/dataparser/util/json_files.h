@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/json.h"
 
 namespace dataparser::json {
@@ -40,6 +41,8 @@ struct DecodedFile {
   bool refused = false;
   // The text decoded only after mending; the run log's line is still to be written.
   bool mended = false;
+  // Backup files the document names, looked up ahead by the read-ahead's preparation.
+  KnownBackupFiles files;
 };
 
 // Decodes one file on the calling thread, exactly as the read-ahead does on its helper.
@@ -50,11 +53,13 @@ class FileReadAhead {
  public:
   // Says whether a path may be opened; an empty test admits every path.
   using Admission = std::function<bool(const std::string& path)>;
+  // Runs on the helper thread after a file decoded, before it is handed over.
+  using Preparation = std::function<void(DecodedFile& file)>;
 
   // Starts decoding `paths` in order, keeping at most `depth` (at least 1) decoded files ready.
   // A list of fewer than two files is decoded on the caller's thread as it is taken.
   explicit FileReadAhead(std::vector<std::string> paths, Admission admit = {},
-                         std::size_t depth = 1);
+                         std::size_t depth = 1, Preparation prepare = {});
   ~FileReadAhead();
   FileReadAhead(const FileReadAhead&) = delete;
   FileReadAhead& operator=(const FileReadAhead&) = delete;
@@ -71,6 +76,7 @@ class FileReadAhead {
   const std::vector<std::string> paths_;
   const Admission admit_;
   const std::size_t depth_;
+  const Preparation prepare_;
   std::size_t taken_ = 0;
   std::mutex mutex_;
   std::condition_variable changed_;

@@ -29,6 +29,8 @@ std::string stringByReplacingOccurrences(std::string_view text, std::string_view
 
 // True when the bytes are valid UTF-8.
 bool isValidUtf8(std::string_view text);
+// True when every byte is below 0x80 ("" included).
+bool isAscii(std::string_view text);
 // The text with every byte that does not belong to a valid UTF-8 sequence replaced by U+FFFD;
 // valid text comes back unchanged.
 std::string repairedUtf8(std::string_view text);

@@ -571,7 +571,10 @@ void IOSWeChatParser::addJSONData(JSONData data) {
     messageFilePaths(user["ChatSessions"], files);
     messageFilePaths(user["SubscribeSessions"], files);
   }
-  MessageFileReadAhead readAhead(std::move(files));
+  // The attachment tests look at each record's media files and thumbnails, in both places.
+  MessageFileReadAhead readAhead(
+      std::move(files),
+      {"content", {"media_backup", "other_media_backup", "thumb_backup", "other_thumb_backup"}});
   for (json::View entry : users.elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;

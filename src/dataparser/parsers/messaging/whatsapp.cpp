@@ -48,22 +48,22 @@ std::string convertedWebp(const std::string& local, const std::string& device,
 std::string whatsappAddress(std::string_view address) {
   // The pattern's "." stops at line ends, so the first line that holds a mark decides. Text
   // that is not plain ASCII goes through the pattern itself, which also refuses bad UTF-8.
-  if (std::any_of(address.begin(), address.end(),
-                  [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) {
+  if (!isAscii(address)) {
     return matchWithPattern(address, kAddressPattern).value_or(std::string(address));
   }
   // The text before the last mark of the first line that has one.
   std::size_t lineStart = 0;
-  for (std::size_t i = 0; i <= address.size(); ++i) {
-    if (i < address.size() && address[i] != '\n') continue;
-    for (std::size_t j = i; j > lineStart; --j) {
+  while (true) {
+    std::size_t lineEnd = address.find('\n', lineStart);
+    if (lineEnd == std::string_view::npos) lineEnd = address.size();
+    for (std::size_t j = lineEnd; j > lineStart; --j) {
       if (address[j - 1] == '@' || address[j - 1] == '-') {
         return std::string(address.substr(lineStart, j - 1 - lineStart));
       }
     }
-    lineStart = i + 1;
+    if (lineEnd == address.size()) return std::string(address);
+    lineStart = lineEnd + 1;
   }
-  return std::string(address);
 }
 
 std::string withLeadingPlus(std::string text) {
@@ -357,7 +357,9 @@ std::shared_ptr<IOSWhatsappParser> IOSWhatsappParser::parserWithJSONData(JSONDat
 
   std::vector<std::string> files;
   messageFilePaths(sessions, files);
-  MessageFileReadAhead readAhead(std::move(files));
+  // The attachment lists test each record's media file and thumbnail.
+  MessageFileReadAhead readAhead(std::move(files),
+                                 {"messages", {"media_backup", "media_thumb_backup"}});
   ItemList collected;
   for (json::View element : sessions.elements()) {
     if (parser->isStopParser()) break;
