@@ -105,9 +105,13 @@ void IOSWhatsappSingleItem::initWithDictionary(const json::Value& record) {
 }
 
 void IOSWhatsappSingleItem::initWithDictionary(const json::Value& record, int localOffsetSeconds) {
-  auto [type, fromMe, status, date, sendName, nameId, fromId] = record.fields(
-      {"type", "ZISFROMME", "ZMESSAGESTATUS", "ZMESSAGEDATE", "send_name", "name_id", "from_id"});
+  // Everything the conversation asks of every message is read in this one pass over the record.
+  auto [type, fromMe, status, date, sendName, nameId, fromId, text, tag] =
+      record.fields({"type", "ZISFROMME", "ZMESSAGESTATUS", "ZMESSAGEDATE", "send_name", "name_id",
+                     "from_id", "text", "tag"});
   initWithRecord(record, type);
+  primeTag(tag);
+  hasRecordText_ = !text.string().empty();
   setIsReceived(fromMe.integer() == 0);
   setIsSendSuccess(status.integer() != kFailedStatus);
   // A missing date counts as 2001-01-01 and sorts first.
@@ -273,9 +277,8 @@ bool IOSWhatsappSessionItem::finishMessage(IOSWhatsappSingleItem& message) const
     message.setAttachment(messageAttachment(message.rawData()));
   }
   // Only a removed-member notice changes the text; the others keep the record's.
-  const bool hasText = message.noticeType() == kRemovedNotice
-                           ? !message.text().empty()
-                           : !message.rawData()["text"].string().empty();
+  const bool hasText =
+      message.noticeType() == kRemovedNotice ? !message.text().empty() : message.hasRecordText();
   return hasText || message.isAttachment() || (message.isNotice() && message.noticeType() != 0);
 }
 

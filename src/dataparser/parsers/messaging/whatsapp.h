@@ -61,8 +61,13 @@ class IOSWhatsappSingleItem : public IOSBaseSingleItem {
   const std::string& strSendDate() const override;
   // "to_id" cut at its mark, with "+" in front.
   const std::string& to() const override;
+  // Whether the record's own "text" is not empty (whatever `text` makes of it).
+  bool hasRecordText() const { return hasRecordText_; }
 
   std::string_view className() const override { return "IOSWhatsappSingleItem"; }
+
+ private:
+  bool hasRecordText_ = false;
 };
 
 class IOSWhatsappSessionItem : public IOSBaseSessionItem {
