@@ -7,13 +7,19 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -23,6 +29,7 @@
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "dataparser/model/conversation.h"
@@ -38,7 +45,121 @@ namespace dataparser {
 namespace {
 
 namespace fs = std::filesystem;
-using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+bool needsEscape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
+}
+
+// The index of the first byte of `data` from `i` on that JSON escapes, or `size`. Sixteen bytes
+// are tested at a time where SSE2 is there, else eight in a 64-bit word: there the lowest flagged
+// byte is always exact (a borrow only flags bytes above one that is flagged anyway, and bytes
+// from 0x80 on never are).
+std::size_t nextEscape(const char* data, std::size_t i, std::size_t size) {
+#if defined(__SSE2__)
+  const __m128i quotes = _mm_set1_epi8('"');
+  const __m128i backslashes = _mm_set1_epi8('\\');
+  const __m128i control = _mm_set1_epi8(0x1F);
+  for (; i + 16 <= size; i += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+    const __m128i hits = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, quotes), _mm_cmpeq_epi8(bytes, backslashes)),
+        _mm_cmpeq_epi8(_mm_min_epu8(bytes, control), bytes));
+    if (const int mask = _mm_movemask_epi8(hits); mask != 0) {
+      return i + static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(mask)));
+    }
+  }
+#endif
+  constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
+  constexpr std::uint64_t kHigh = 0x8080808080808080ULL;
+  for (; i + 8 <= size; i += 8) {
+    std::uint64_t bytes;
+    std::memcpy(&bytes, data + i, 8);
+    const std::uint64_t quote = bytes ^ (kOnes * '"');
+    const std::uint64_t backslash = bytes ^ (kOnes * '\\');
+    const std::uint64_t hits = (((bytes - kOnes * 0x20) & ~bytes) | ((quote - kOnes) & ~quote) |
+                                ((backslash - kOnes) & ~backslash)) &
+                               kHigh;
+    if (hits != 0) return i + static_cast<std::size_t>(std::countr_zero(hits)) / 8;
+  }
+  while (i < size && !needsEscape(static_cast<unsigned char>(data[i])))
+    ++i;
+  return i;
+}
+
+// Appends `text` to `out` as the inside of a JSON string: quote, backslash and control bytes are
+// escaped, every other byte (UTF-8 included) is copied as it stands, a run of them in one copy.
+void appendEscaped(rapidjson::StringBuffer& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  const char* data = text.data();
+  const std::size_t size = text.size();
+  std::size_t run = 0;
+  for (std::size_t i = nextEscape(data, 0, size); i < size; i = nextEscape(data, run, size)) {
+    if (i > run) std::memcpy(out.Push(i - run), data + run, i - run);
+    const auto byte = static_cast<unsigned char>(data[i]);
+    char* escape = nullptr;
+    switch (byte) {
+      case '"':
+      case '\\':
+        escape = out.Push(2);
+        escape[1] = static_cast<char>(byte);
+        break;
+      case '\n':
+        escape = out.Push(2);
+        escape[1] = 'n';
+        break;
+      case '\r':
+        escape = out.Push(2);
+        escape[1] = 'r';
+        break;
+      case '\t':
+        escape = out.Push(2);
+        escape[1] = 't';
+        break;
+      default:
+        escape = out.Push(6);
+        std::memcpy(escape + 1, "u00", 3);
+        escape[4] = kHex[byte >> 4];
+        escape[5] = kHex[byte & 0xF];
+    }
+    escape[0] = '\\';
+    run = i + 1;
+  }
+  if (size > run) std::memcpy(out.Push(size - run), data + run, size - run);
+}
+
+// RapidJSON's writer with a faster string path (see `appendEscaped`) and whole numbers of a
+// double (dates are whole seconds) written as integers: JavaScript reads both the same.
+class JsonWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+ public:
+  using Writer::Writer;
+
+  bool String(const char* text, rapidjson::SizeType length, bool = false) {
+    Prefix(rapidjson::kStringType);
+    os_->Put('"');
+    appendEscaped(*os_, std::string_view(text, length));
+    os_->Put('"');
+    return EndValue(true);
+  }
+  bool String(const char* text) { return String(text, std::char_traits<char>::length(text)); }
+  // Keys are mostly the model's field names, plain identifiers: copied in one go.
+  bool Key(const char* name, rapidjson::SizeType length) {
+    if (nextEscape(name, 0, length) != length) return String(name, length);
+    Prefix(rapidjson::kStringType);
+    char* out = os_->Push(length + 2);
+    out[0] = '"';
+    std::memcpy(out + 1, name, length);
+    out[length + 1] = '"';
+    return EndValue(true);
+  }
+  bool Key(const char* name) { return Key(name, std::char_traits<char>::length(name)); }
+  bool Double(double number) {
+    constexpr double kExact = 9007199254740992.0;  // 2^53: every integer below is exact
+    if (number == std::trunc(number) && std::fabs(number) < kExact) {
+      return Int64(static_cast<std::int64_t>(number));
+    }
+    return Writer::Double(number);
+  }
+};
 
 constexpr int kThumbnailHeight = 200;
 
@@ -313,6 +434,8 @@ class DataPage {
     return writer_;
   }
   JsonWriter& writer() { return writer_; }
+  // What is written so far (valid until the next write).
+  std::string_view bytes() const { return {buffer_.GetString(), buffer_.GetSize()}; }
   void added() { ++count_; }
   std::size_t count() const { return count_; }
   // Ends the array and hands the page to `pages`, which writes it as `DP.onData("id", [...]);`.
@@ -358,12 +481,14 @@ class ReportFieldWriter final : public FieldVisitor {
     messageFiles_ = 0;
     for (const ItemPtr& item : items) {
       if (!item) continue;
-      depth_ = 0;
-      skip_ = 0;
-      arrays_.clear();
-      openArrays_ = 0;
-      conversation_ = dynamic_cast<const IOSBaseSessionItem*>(item.get()) != nullptr;
-      field(std::string_view(), static_cast<const Describable*>(item.get()));
+      if (!writeCaptured(item.get())) {
+        depth_ = 0;
+        skip_ = 0;
+        arrays_.clear();
+        openArrays_ = 0;
+        session_ = dynamic_cast<const IOSBaseSessionItem*>(item.get());
+        field(std::string_view(), static_cast<const Describable*>(item.get()));
+      }
       listPage_.added();
       ++summary.count;
       if (listPage_.count() == pageSize_) {
@@ -378,10 +503,22 @@ class ReportFieldWriter final : public FieldVisitor {
     return summary;
   }
 
+  // Items of lists written later: when one of them is a message's attachment, the bytes written
+  // for it there are kept and copied into its list, instead of a second walk.
+  void expect(const ItemList& items) {
+    for (const ItemPtr& item : items) {
+      if (item) wanted_.insert(item.get());
+    }
+  }
+
  protected:
   void onNull(std::string_view name) override {
     // Only an array keeps its nulls, so that its entries keep their places.
-    if (!name.empty() || skip_ > 0 || inMessageList()) return;
+    if (!name.empty() || skip_ > 0) return;
+    if (inMessageList()) {
+      ++messageIndex_;  // keeps counting along the conversation's list
+      return;
+    }
     value(name);
     out_->Null();
   }
@@ -427,6 +564,7 @@ class ReportFieldWriter final : public FieldVisitor {
   void onImage(std::string_view name, const Image& image) override {
     if (leftOut(name, false)) return;
     if (depth_ == 1) sawPicture_ = true;
+    if (capturing_ != nullptr && depth_ == captureDepth_ + 1) capturedPicture_ = true;
     const std::string& thumb = folder_.thumbnail(image);
     if (thumb.empty()) {
       if (name.empty()) onNull(name);
@@ -450,7 +588,13 @@ class ReportFieldWriter final : public FieldVisitor {
     const bool message = inMessageList();
     value(name);
     out_->StartObject();
-    if (!message) {
+    if (message) {
+      message_ = messageIndex_ < session_->contents().size()
+                     ? session_->contents()[messageIndex_].get()
+                     : nullptr;
+      if (message_ != nullptr && message_->className() != className) message_ = nullptr;
+    } else {
+      if (itemOut_ != nullptr && depth_ == 2) startCapture(name, className);
       out_->Key("class");
       writeString(*out_, className);
     }
@@ -460,7 +604,10 @@ class ReportFieldWriter final : public FieldVisitor {
     if (closesIgnored()) return;
     out_->EndObject();
     --depth_;
+    if (capturing_ != nullptr && depth_ == captureDepth_) endCapture();
     if (inMessageList()) {
+      ++messageIndex_;
+      message_ = nullptr;
       messagePage_.added();
       ++messageCount_;
       if (messagePage_.count() == pageSize_) {
@@ -471,11 +618,12 @@ class ReportFieldWriter final : public FieldVisitor {
   }
   void onArrayBegin(std::string_view name) override {
     if (opensIgnored(name)) return;
-    if (conversation_ && name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
+    if (session_ != nullptr && name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
       // A conversation's messages go to the list's message files.
       itemOut_ = out_;
       out_ = &messagePage_.writer();
       conversationStart_ = messageCount_;
+      messageIndex_ = 0;
       return;
     }
     // Opened with its first entry: an empty array is left out.
@@ -525,6 +673,38 @@ class ReportFieldWriter final : public FieldVisitor {
   // Directly inside a conversation's message list (between messages).
   bool inMessageList() const { return itemOut_ != nullptr && depth_ == 1; }
 
+  // A message's "attachment" begins (its "{" is the last byte written): kept when a later list
+  // holds it. The walk of "contents" follows the conversation's `contents()`, so the message is
+  // `message_` (checked by class name).
+  void startCapture(std::string_view name, std::string_view className) {
+    if (name != "attachment" || message_ == nullptr || capturing_ != nullptr) return;
+    const Describable* attachment = message_->attachment().get();
+    if (attachment == nullptr || attachment->className() != className ||
+        !wanted_.contains(attachment) || captured_.contains(attachment)) {
+      return;
+    }
+    capturing_ = attachment;
+    captureDepth_ = depth_;
+    captureStart_ = messagePage_.bytes().size() - 1;
+    capturedPicture_ = false;
+  }
+  void endCapture() {
+    const std::string_view bytes = messagePage_.bytes().substr(captureStart_);
+    captured_.emplace(capturing_, Captured{capturedBytes_.size(), bytes.size(), capturedPicture_});
+    capturedBytes_.append(bytes);
+    capturing_ = nullptr;
+  }
+  // Writes a list item from the bytes kept for it; false when none were kept.
+  bool writeCaptured(const Describable* item) {
+    auto it = captured_.find(item);
+    if (it == captured_.end()) return false;
+    const Captured& kept = it->second;
+    out_->RawValue(capturedBytes_.data() + kept.at, kept.size, rapidjson::kObjectType);
+    if (kept.picture) sawPicture_ = true;
+    if (item->className().find("Attachment") != std::string_view::npos) sawAttachment_ = true;
+    return true;
+  }
+
   // Starts a value: opens the arrays still waiting for their first entry, then writes the key.
   void value(std::string_view name) {
     for (; openArrays_ < arrays_.size(); ++openArrays_) {
@@ -549,16 +729,36 @@ class ReportFieldWriter final : public FieldVisitor {
   JsonWriter* itemOut_ = nullptr;  // the list page while a conversation's messages are written
   int depth_ = 0;                  // open objects and arrays of the current item
   int skip_ = 0;                   // open containers of a left-out field
-  std::vector<std::string_view> arrays_;  // names of the open arrays, outermost first
-  std::size_t openArrays_ = 0;            // how many of them are written (have an entry)
-  bool conversation_ = false;             // the current item is a conversation
-  std::size_t messageCount_ = 0;          // messages of the list written so far
-  std::size_t messageFiles_ = 0;          // message files of the list written so far
-  std::size_t conversationStart_ = 0;     // index of the current conversation's first message
+  std::vector<std::string_view> arrays_;         // names of the open arrays, outermost first
+  std::size_t openArrays_ = 0;                   // how many of them are written (have an entry)
+  const IOSBaseSessionItem* session_ = nullptr;  // the current item when a conversation
+  std::size_t messageIndex_ = 0;  // entry of the conversation's `contents()` being walked
+  const IOSBaseSingleItem* message_ = nullptr;  // the message being written, when known
+  struct Captured {
+    std::size_t at = 0;  // in `capturedBytes_`
+    std::size_t size = 0;
+    bool picture = false;  // has a picture field of its own
+  };
+  std::unordered_set<const Describable*> wanted_;  // items of the lists still to write
+  std::unordered_map<const Describable*, Captured> captured_;
+  std::string capturedBytes_;
+  const Describable* capturing_ = nullptr;  // the attachment being kept
+  int captureDepth_ = 0;                    // `depth_` outside it
+  std::size_t captureStart_ = 0;            // its "{" in the message page
+  bool capturedPicture_ = false;
+  std::size_t messageCount_ = 0;       // messages of the list written so far
+  std::size_t messageFiles_ = 0;       // message files of the list written so far
+  std::size_t conversationStart_ = 0;  // index of the current conversation's first message
   bool sawContents_ = false;
   bool sawPicture_ = false;
   bool sawAttachment_ = false;
 };
+
+// A list of conversations (judged by its first item).
+bool holdsConversations(const ItemList& items) {
+  auto first = std::find_if(items.begin(), items.end(), [](const ItemPtr& item) { return item; });
+  return first != items.end() && dynamic_cast<const IOSBaseSessionItem*>(first->get()) != nullptr;
+}
 
 std::string indexScript(const std::vector<ListSummary>& lists, int status,
                         const ReportOptions& options) {
@@ -614,15 +814,27 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   ReportFolder folder(root, options.copyMedia);
   if (!folder.prepare()) return failed(folder.error());
 
+  // Conversations first, so that the attachment lists that follow copy what their messages
+  // wrote.
+  std::vector<std::pair<IOSDataType, const ItemList*>> order;
+  for (const auto& [code, items] : lists) {
+    if (!items.empty()) order.emplace_back(code, &items);
+  }
+  std::stable_partition(order.begin(), order.end(),
+                        [](const auto& list) { return holdsConversations(*list.second); });
   std::vector<ListSummary> summaries;
   {
     ReportFieldWriter writer(folder, options.pageSize);
-    for (const auto& [code, items] : lists) {
-      if (items.empty()) continue;
-      summaries.push_back(writer.writeList(code, items));
+    for (const auto& [code, items] : order) {
+      if (!holdsConversations(*items)) writer.expect(*items);
+    }
+    for (const auto& [code, items] : order) {
+      summaries.push_back(writer.writeList(code, *items));
       if (folder.failed()) break;
     }
   }  // every data file is written here
+  std::sort(summaries.begin(), summaries.end(),
+            [](const ListSummary& a, const ListSummary& b) { return a.code < b.code; });
   if (folder.failed()) return failed(folder.error());
   if (!folder.write("data/index.js", {}, indexScript(summaries, status, options), {})) {
     return failed(folder.error());
