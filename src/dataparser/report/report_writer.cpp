@@ -46,44 +46,41 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool needsEscape(unsigned char byte) {
+[[maybe_unused]] bool needsEscape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
 }
 
-// The index of the first byte of `data` from `i` on that JSON escapes, or `size`. Sixteen bytes
-// are tested at a time where SSE2 is there, else eight in a 64-bit word: there the lowest flagged
-// byte is always exact (a borrow only flags bytes above one that is flagged anyway, and bytes
-// from 0x80 on never are).
+// The index of the first byte of `data` from `i` on that JSON escapes, or `size`: sixteen bytes
+// at a time where SSE2 is there (every x86-64), else byte by byte.
 std::size_t nextEscape(const char* data, std::size_t i, std::size_t size) {
 #if defined(__SSE2__)
   const __m128i quotes = _mm_set1_epi8('"');
   const __m128i backslashes = _mm_set1_epi8('\\');
   const __m128i control = _mm_set1_epi8(0x1F);
-  for (; i + 16 <= size; i += 16) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+  auto flagged = [&](const char* block) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
     const __m128i hits = _mm_or_si128(
         _mm_or_si128(_mm_cmpeq_epi8(bytes, quotes), _mm_cmpeq_epi8(bytes, backslashes)),
         _mm_cmpeq_epi8(_mm_min_epu8(bytes, control), bytes));
-    if (const int mask = _mm_movemask_epi8(hits); mask != 0) {
-      return i + static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(mask)));
+    return static_cast<unsigned>(_mm_movemask_epi8(hits));
+  };
+  for (; i + 16 <= size; i += 16) {
+    if (const unsigned mask = flagged(data + i); mask != 0) {
+      return i + static_cast<std::size_t>(std::countr_zero(mask));
     }
   }
-#endif
-  constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
-  constexpr std::uint64_t kHigh = 0x8080808080808080ULL;
-  for (; i + 8 <= size; i += 8) {
-    std::uint64_t bytes;
-    std::memcpy(&bytes, data + i, 8);
-    const std::uint64_t quote = bytes ^ (kOnes * '"');
-    const std::uint64_t backslash = bytes ^ (kOnes * '\\');
-    const std::uint64_t hits = (((bytes - kOnes * 0x20) & ~bytes) | ((quote - kOnes) & ~quote) |
-                                ((backslash - kOnes) & ~backslash)) &
-                               kHigh;
-    if (hits != 0) return i + static_cast<std::size_t>(std::countr_zero(hits)) / 8;
-  }
+  if (i == size) return size;
+  // The tail (most keys and short texts are nothing else), padded with a byte that passes.
+  char block[16];
+  std::memset(block, 'a', sizeof block);
+  std::memcpy(block, data + i, size - i);
+  const unsigned mask = flagged(block);
+  return mask == 0 ? size : i + static_cast<std::size_t>(std::countr_zero(mask));
+#else
   while (i < size && !needsEscape(static_cast<unsigned char>(data[i])))
     ++i;
   return i;
+#endif
 }
 
 // Appends `text` to `out` as the inside of a JSON string: quote, backslash and control bytes are
@@ -301,8 +298,11 @@ class ReportFolder {
   // {"href": its file: URL or with copyMedia the path of its copy, "file": its name}; "" for any
   // other path. One look per distinct path.
   const std::string& link(std::string_view path) {
+    // A message names its attachment's file twice in a row.
+    if (lastLink_ != nullptr && path == lastPath_) return *lastLink_;
+    lastPath_.assign(path);
     auto it = links_.find(path);
-    if (it != links_.end()) return it->second;
+    if (it != links_.end()) return *(lastLink_ = &it->second);
     std::string file(path);
     std::string link;
     if (!file.empty() && file.front() == '/' && file.find('\0') == std::string::npos &&
@@ -317,7 +317,7 @@ class ReportFolder {
       writer.EndObject();
       link.assign(buffer.GetString(), buffer.GetSize());
     }
-    return links_.emplace(std::move(file), std::move(link)).first->second;
+    return *(lastLink_ = &links_.emplace(std::move(file), std::move(link)).first->second);
   }
 
   std::string error() const {
@@ -358,6 +358,8 @@ class ReportFolder {
   std::unordered_map<const Image*, std::string> thumbnails_;
   std::size_t thumbnailCount_ = 0;
   std::unordered_map<std::string, std::string, StringHash, std::equal_to<>> links_;
+  std::string lastPath_;                   // the path of the last `link` call
+  const std::string* lastLink_ = nullptr;  // its answer, in `links_`
   std::size_t copies_ = 0;
 };
 
@@ -683,6 +685,7 @@ class ReportFieldWriter final : public FieldVisitor {
         !wanted_.contains(attachment) || captured_.contains(attachment)) {
       return;
     }
+    if (capturedBytes_.capacity() == 0) capturedBytes_.reserve(wanted_.size() * 384);
     capturing_ = attachment;
     captureDepth_ = depth_;
     captureStart_ = messagePage_.bytes().size() - 1;
