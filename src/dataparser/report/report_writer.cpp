@@ -32,6 +32,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
 #include "dataparser/model/describable.h"
 #include "dataparser/report/viewer_assets.h"
@@ -505,11 +506,11 @@ class ReportFieldWriter final : public FieldVisitor {
     return summary;
   }
 
-  // Items of lists written later: when one of them is a message's attachment, the bytes written
-  // for it there are kept and copied into its list, instead of a second walk.
+  // Items of lists written after the conversations: when one of them is a message's attachment,
+  // the bytes written for it there are kept and copied into its list, instead of a second walk.
   void expect(const ItemList& items) {
     for (const ItemPtr& item : items) {
-      if (item) wanted_.insert(item.get());
+      if (dynamic_cast<const IOSAttachmentItem*>(item.get()) != nullptr) wanted_.insert(item.get());
     }
   }
 
@@ -828,8 +829,10 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   std::vector<ListSummary> summaries;
   {
     ReportFieldWriter writer(folder, options.pageSize);
-    for (const auto& [code, items] : order) {
-      if (!holdsConversations(*items)) writer.expect(*items);
+    if (!order.empty() && holdsConversations(*order.front().second)) {
+      for (const auto& [code, items] : order) {
+        if (!holdsConversations(*items)) writer.expect(*items);
+      }
     }
     for (const auto& [code, items] : order) {
       summaries.push_back(writer.writeList(code, *items));
