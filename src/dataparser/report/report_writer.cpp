@@ -636,6 +636,13 @@ class ReportFieldWriter final : public FieldVisitor {
   void onArrayEnd() override {
     if (closesIgnored()) return;
     if (inMessageList()) {
+      // Had the walk not followed `contents()` entry by entry, what it kept may belong to
+      // other messages: dropped.
+      if (messageIndex_ != session_->contents().size()) {
+        for (const Describable* kept : keptHere_)
+          captured_.erase(kept);
+      }
+      keptHere_.clear();
       out_ = itemOut_;
       itemOut_ = nullptr;
       sawContents_ = true;
@@ -696,6 +703,7 @@ class ReportFieldWriter final : public FieldVisitor {
     const std::string_view bytes = messagePage_.bytes().substr(captureStart_);
     captured_.emplace(capturing_, Captured{capturedBytes_.size(), bytes.size(), capturedPicture_});
     capturedBytes_.append(bytes);
+    keptHere_.push_back(capturing_);
     capturing_ = nullptr;
   }
   // Writes a list item from the bytes kept for it; false when none were kept.
@@ -746,9 +754,10 @@ class ReportFieldWriter final : public FieldVisitor {
   std::unordered_set<const Describable*> wanted_;  // items of the lists still to write
   std::unordered_map<const Describable*, Captured> captured_;
   std::string capturedBytes_;
-  const Describable* capturing_ = nullptr;  // the attachment being kept
-  int captureDepth_ = 0;                    // `depth_` outside it
-  std::size_t captureStart_ = 0;            // its "{" in the message page
+  std::vector<const Describable*> keptHere_;  // kept in the current conversation
+  const Describable* capturing_ = nullptr;    // the attachment being kept
+  int captureDepth_ = 0;                      // `depth_` outside it
+  std::size_t captureStart_ = 0;              // its "{" in the message page
   bool capturedPicture_ = false;
   std::size_t messageCount_ = 0;       // messages of the list written so far
   std::size_t messageFiles_ = 0;       // message files of the list written so far
