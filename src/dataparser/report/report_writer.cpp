@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
@@ -125,38 +125,79 @@ void appendEscaped(rapidjson::StringBuffer& out, std::string_view text) {
   if (size > run) std::memcpy(out.Push(size - run), data + run, size - run);
 }
 
-// RapidJSON's writer with a faster string path (see `appendEscaped`) and whole numbers of a
-// double (dates are whole seconds) written as integers: JavaScript reads both the same.
-class JsonWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+// Writes JSON into a buffer, as RapidJSON's writer would, for what the report needs: no checks
+// of nesting (the writer's walk keeps it), one flag for the commas, strings through
+// `appendEscaped`, and whole numbers of a double (dates are whole seconds) as integers, which
+// JavaScript reads the same.
+class JsonWriter {
  public:
-  using Writer::Writer;
+  JsonWriter() = default;
+  explicit JsonWriter(rapidjson::StringBuffer& out) : out_(&out) {}
+  void Reset(rapidjson::StringBuffer& out) {
+    out_ = &out;
+    first_ = true;
+  }
 
-  bool String(const char* text, rapidjson::SizeType length, bool = false) {
-    Prefix(rapidjson::kStringType);
-    os_->Put('"');
-    appendEscaped(*os_, std::string_view(text, length));
-    os_->Put('"');
-    return EndValue(true);
+  void StartObject() { open('{'); }
+  void EndObject() { close('}'); }
+  void StartArray() { open('['); }
+  void EndArray() { close(']'); }
+  void Key(const char* name, std::size_t length) {
+    String(name, length);
+    out_->Put(':');
+    first_ = true;  // the value that follows takes no comma
   }
-  bool String(const char* text) { return String(text, std::char_traits<char>::length(text)); }
-  // Keys are mostly the model's field names, plain identifiers: copied in one go.
-  bool Key(const char* name, rapidjson::SizeType length) {
-    if (nextEscape(name, 0, length) != length) return String(name, length);
-    Prefix(rapidjson::kStringType);
-    char* out = os_->Push(length + 2);
-    out[0] = '"';
-    std::memcpy(out + 1, name, length);
-    out[length + 1] = '"';
-    return EndValue(true);
+  void Key(const char* name) { Key(name, std::char_traits<char>::length(name)); }
+  void String(const char* text, std::size_t length) {
+    comma();
+    out_->Put('"');
+    appendEscaped(*out_, std::string_view(text, length));
+    out_->Put('"');
   }
-  bool Key(const char* name) { return Key(name, std::char_traits<char>::length(name)); }
-  bool Double(double number) {
+  void String(const char* text) { String(text, std::char_traits<char>::length(text)); }
+  void Int(int number) { Int64(number); }
+  void Int64(std::int64_t number) { digits(number); }
+  void Uint64(std::uint64_t number) { digits(number); }
+  void Double(double number) {
     constexpr double kExact = 9007199254740992.0;  // 2^53: every integer below is exact
     if (number == std::trunc(number) && std::fabs(number) < kExact) {
-      return Int64(static_cast<std::int64_t>(number));
+      digits(static_cast<std::int64_t>(number));
+    } else {
+      digits(number);  // the shortest text that reads back the same
     }
-    return Writer::Double(number);
   }
+  void Bool(bool flag) { literal(flag ? std::string_view("true") : std::string_view("false")); }
+  void Null() { literal("null"); }
+  // `json` is a complete value written earlier by this class.
+  void RawValue(const char* json, std::size_t length) { literal(std::string_view(json, length)); }
+
+ private:
+  void comma() {
+    if (!first_) out_->Put(',');
+    first_ = false;
+  }
+  void open(char bracket) {
+    comma();
+    out_->Put(bracket);
+    first_ = true;
+  }
+  void close(char bracket) {
+    out_->Put(bracket);
+    first_ = false;
+  }
+  void literal(std::string_view text) {
+    comma();
+    std::memcpy(out_->Push(text.size()), text.data(), text.size());
+  }
+  template <class Number>
+  void digits(Number number) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, number).ptr;
+    literal(std::string_view(text, static_cast<std::size_t>(end - text)));
+  }
+
+  rapidjson::StringBuffer* out_ = nullptr;
+  bool first_ = true;  // nothing written yet in the open object or array
 };
 
 constexpr int kThumbnailHeight = 200;
@@ -206,7 +247,7 @@ std::string fileUrl(std::string_view path) {
 }
 
 void writeString(JsonWriter& writer, std::string_view text) {
-  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  writer.String(text.data(), text.size());
 }
 
 // Lets maps keyed by std::string be searched with a std::string_view.
@@ -531,7 +572,7 @@ class ReportFieldWriter final : public FieldVisitor {
       const std::string& link = folder_.link(text);
       if (!link.empty()) {
         value(name);
-        out_->RawValue(link.data(), link.size(), rapidjson::kObjectType);
+        out_->RawValue(link.data(), link.size());
         return;
       }
     }
@@ -711,7 +752,7 @@ class ReportFieldWriter final : public FieldVisitor {
     auto it = captured_.find(item);
     if (it == captured_.end()) return false;
     const Captured& kept = it->second;
-    out_->RawValue(capturedBytes_.data() + kept.at, kept.size, rapidjson::kObjectType);
+    out_->RawValue(capturedBytes_.data() + kept.at, kept.size);
     if (kept.picture) sawPicture_ = true;
     if (item->className().find("Attachment") != std::string_view::npos) sawAttachment_ = true;
     return true;
@@ -726,7 +767,7 @@ class ReportFieldWriter final : public FieldVisitor {
     key(name);
   }
   void key(std::string_view name) {
-    if (!name.empty()) out_->Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
+    if (!name.empty()) out_->Key(name.data(), name.size());
   }
   std::string listId(std::size_t page) const { return fmt::format("l{}-{}", code_, page); }
   std::string messageFileId(std::size_t file) const { return fmt::format("m{}-{}", code_, file); }
