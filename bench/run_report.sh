@@ -32,22 +32,27 @@ export XDG_DATA_HOME="$WORK/data" XDG_CACHE_HOME="$WORK/cache"
 
 cat $(find "$RECORDING" -name '*.json') >/dev/null  # both runs read from the page cache
 
-# Prints "seconds peak_rss_bytes" of one command.
+# Prints "seconds peak_rss_bytes cpu_seconds" of one command (CPU: user + system, every thread;
+# steadier than the wall clock when the machine is shared).
 timed() {
   local stats="$WORK/time"
   local start end
   start=$(date +%s.%N)
-  /usr/bin/time -f '%M' -o "$stats" "$@" >/dev/null
+  /usr/bin/time -f '%M %U %S' -o "$stats" "$@" >/dev/null
   end=$(date +%s.%N)
-  awk -v a="$start" -v b="$end" -v k="$(cat "$stats")" 'BEGIN { printf "%.3f %d\n", b - a, k * 1024 }'
+  read -r kb user system <"$stats"
+  awk -v a="$start" -v b="$end" -v k="$kb" -v u="$user" -v s="$system" \
+    'BEGIN { printf "%.3f %d %.2f\n", b - a, k * 1024, u + s }'
 }
 
-read -r scan_seconds scan_rss < <(timed "$CLI" scan "$RECORDING")
-read -r report_seconds report_rss < <(timed "$CLI" report "$RECORDING" "$OUT")
+read -r scan_seconds scan_rss scan_cpu < <(timed "$CLI" scan "$RECORDING")
+read -r report_seconds report_rss report_cpu < <(timed "$CLI" report "$RECORDING" "$OUT")
 files=$(find "$OUT" -type f | wc -l)
 bytes=$(du -sb "$OUT" | cut -f1)
 writing=$(awk -v r="$report_seconds" -v s="$scan_seconds" 'BEGIN { printf "%.3f", r - s }')
 ratio=$(awk -v w="$writing" -v s="$scan_seconds" 'BEGIN { printf "%.2f", w / s }')
+cpu_ratio=$(awk -v r="$report_cpu" -v s="$scan_cpu" 'BEGIN { printf "%.2f", (r - s) / s }')
 echo "scan alone: ${scan_seconds} s, peak RSS ${scan_rss} bytes"
+echo "cpu: scan_cpu_seconds=$scan_cpu report_cpu_seconds=$report_cpu cpu_ratio=$cpu_ratio"
 echo "report: messages=$MESSAGES scan_seconds=$scan_seconds report_seconds=$report_seconds" \
   "writing_seconds=$writing ratio=$ratio files=$files bytes=$bytes peak_rss_bytes=$report_rss"
