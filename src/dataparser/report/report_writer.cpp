@@ -3,17 +3,23 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -23,8 +29,10 @@
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
+#include "dataparser/model/attachment.h"
 #include "dataparser/model/conversation.h"
 #include "dataparser/model/describable.h"
 #include "dataparser/report/viewer_assets.h"
@@ -38,7 +46,159 @@ namespace dataparser {
 namespace {
 
 namespace fs = std::filesystem;
-using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+[[maybe_unused]] bool needsEscape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
+}
+
+// The index of the first byte of `data` from `i` on that JSON escapes, or `size`: sixteen bytes
+// at a time where SSE2 is there (every x86-64), else byte by byte.
+std::size_t nextEscape(const char* data, std::size_t i, std::size_t size) {
+#if defined(__SSE2__)
+  const __m128i quotes = _mm_set1_epi8('"');
+  const __m128i backslashes = _mm_set1_epi8('\\');
+  const __m128i control = _mm_set1_epi8(0x1F);
+  auto flagged = [&](const char* block) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
+    const __m128i hits = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, quotes), _mm_cmpeq_epi8(bytes, backslashes)),
+        _mm_cmpeq_epi8(_mm_min_epu8(bytes, control), bytes));
+    return static_cast<unsigned>(_mm_movemask_epi8(hits));
+  };
+  for (; i + 16 <= size; i += 16) {
+    if (const unsigned mask = flagged(data + i); mask != 0) {
+      return i + static_cast<std::size_t>(std::countr_zero(mask));
+    }
+  }
+  if (i == size) return size;
+  // The tail (most keys and short texts are nothing else), padded with a byte that passes.
+  char block[16];
+  std::memset(block, 'a', sizeof block);
+  std::memcpy(block, data + i, size - i);
+  const unsigned mask = flagged(block);
+  return mask == 0 ? size : i + static_cast<std::size_t>(std::countr_zero(mask));
+#else
+  while (i < size && !needsEscape(static_cast<unsigned char>(data[i])))
+    ++i;
+  return i;
+#endif
+}
+
+// Appends `text` to `out` as the inside of a JSON string: quote, backslash and control bytes are
+// escaped, every other byte (UTF-8 included) is copied as it stands, a run of them in one copy.
+void appendEscaped(rapidjson::StringBuffer& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  const char* data = text.data();
+  const std::size_t size = text.size();
+  std::size_t run = 0;
+  for (std::size_t i = nextEscape(data, 0, size); i < size; i = nextEscape(data, run, size)) {
+    if (i > run) std::memcpy(out.Push(i - run), data + run, i - run);
+    const auto byte = static_cast<unsigned char>(data[i]);
+    char* escape = nullptr;
+    switch (byte) {
+      case '"':
+      case '\\':
+        escape = out.Push(2);
+        escape[1] = static_cast<char>(byte);
+        break;
+      case '\n':
+        escape = out.Push(2);
+        escape[1] = 'n';
+        break;
+      case '\r':
+        escape = out.Push(2);
+        escape[1] = 'r';
+        break;
+      case '\t':
+        escape = out.Push(2);
+        escape[1] = 't';
+        break;
+      default:
+        escape = out.Push(6);
+        std::memcpy(escape + 1, "u00", 3);
+        escape[4] = kHex[byte >> 4];
+        escape[5] = kHex[byte & 0xF];
+    }
+    escape[0] = '\\';
+    run = i + 1;
+  }
+  if (size > run) std::memcpy(out.Push(size - run), data + run, size - run);
+}
+
+// Writes JSON into a buffer, as RapidJSON's writer would, for what the report needs: no checks
+// of nesting (the writer's walk keeps it), one flag for the commas, strings through
+// `appendEscaped`, and whole numbers of a double (dates are whole seconds) as integers, which
+// JavaScript reads the same.
+class JsonWriter {
+ public:
+  JsonWriter() = default;
+  explicit JsonWriter(rapidjson::StringBuffer& out) : out_(&out) {}
+  void Reset(rapidjson::StringBuffer& out) {
+    out_ = &out;
+    first_ = true;
+  }
+
+  void StartObject() { open('{'); }
+  void EndObject() { close('}'); }
+  void StartArray() { open('['); }
+  void EndArray() { close(']'); }
+  void Key(const char* name, std::size_t length) {
+    String(name, length);
+    out_->Put(':');
+    first_ = true;  // the value that follows takes no comma
+  }
+  void Key(const char* name) { Key(name, std::char_traits<char>::length(name)); }
+  void String(const char* text, std::size_t length) {
+    comma();
+    out_->Put('"');
+    appendEscaped(*out_, std::string_view(text, length));
+    out_->Put('"');
+  }
+  void String(const char* text) { String(text, std::char_traits<char>::length(text)); }
+  void Int(int number) { Int64(number); }
+  void Int64(std::int64_t number) { digits(number); }
+  void Uint64(std::uint64_t number) { digits(number); }
+  void Double(double number) {
+    constexpr double kExact = 9007199254740992.0;  // 2^53: every integer below is exact
+    if (number == std::trunc(number) && std::fabs(number) < kExact) {
+      digits(static_cast<std::int64_t>(number));
+    } else {
+      digits(number);  // the shortest text that reads back the same
+    }
+  }
+  void Bool(bool flag) { literal(flag ? std::string_view("true") : std::string_view("false")); }
+  void Null() { literal("null"); }
+  // `json` is a complete value written earlier by this class.
+  void RawValue(const char* json, std::size_t length) { literal(std::string_view(json, length)); }
+
+ private:
+  void comma() {
+    if (!first_) out_->Put(',');
+    first_ = false;
+  }
+  void open(char bracket) {
+    comma();
+    out_->Put(bracket);
+    first_ = true;
+  }
+  void close(char bracket) {
+    out_->Put(bracket);
+    first_ = false;
+  }
+  void literal(std::string_view text) {
+    comma();
+    std::memcpy(out_->Push(text.size()), text.data(), text.size());
+  }
+  template <class Number>
+  void digits(Number number) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, number).ptr;
+    literal(std::string_view(text, static_cast<std::size_t>(end - text)));
+  }
+
+  rapidjson::StringBuffer* out_ = nullptr;
+  bool first_ = true;  // nothing written yet in the open object or array
+};
 
 constexpr int kThumbnailHeight = 200;
 
@@ -87,7 +247,7 @@ std::string fileUrl(std::string_view path) {
 }
 
 void writeString(JsonWriter& writer, std::string_view text) {
-  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  writer.String(text.data(), text.size());
 }
 
 // Lets maps keyed by std::string be searched with a std::string_view.
@@ -180,8 +340,11 @@ class ReportFolder {
   // {"href": its file: URL or with copyMedia the path of its copy, "file": its name}; "" for any
   // other path. One look per distinct path.
   const std::string& link(std::string_view path) {
+    // A message names its attachment's file twice in a row.
+    if (lastLink_ != nullptr && path == lastPath_) return *lastLink_;
+    lastPath_.assign(path);
     auto it = links_.find(path);
-    if (it != links_.end()) return it->second;
+    if (it != links_.end()) return *(lastLink_ = &it->second);
     std::string file(path);
     std::string link;
     if (!file.empty() && file.front() == '/' && file.find('\0') == std::string::npos &&
@@ -196,7 +359,7 @@ class ReportFolder {
       writer.EndObject();
       link.assign(buffer.GetString(), buffer.GetSize());
     }
-    return links_.emplace(std::move(file), std::move(link)).first->second;
+    return *(lastLink_ = &links_.emplace(std::move(file), std::move(link)).first->second);
   }
 
   std::string error() const {
@@ -237,6 +400,8 @@ class ReportFolder {
   std::unordered_map<const Image*, std::string> thumbnails_;
   std::size_t thumbnailCount_ = 0;
   std::unordered_map<std::string, std::string, StringHash, std::equal_to<>> links_;
+  std::string lastPath_;                   // the path of the last `link` call
+  const std::string* lastLink_ = nullptr;  // its answer, in `links_`
   std::size_t copies_ = 0;
 };
 
@@ -313,6 +478,8 @@ class DataPage {
     return writer_;
   }
   JsonWriter& writer() { return writer_; }
+  // What is written so far (valid until the next write).
+  std::string_view bytes() const { return {buffer_.GetString(), buffer_.GetSize()}; }
   void added() { ++count_; }
   std::size_t count() const { return count_; }
   // Ends the array and hands the page to `pages`, which writes it as `DP.onData("id", [...]);`.
@@ -358,12 +525,14 @@ class ReportFieldWriter final : public FieldVisitor {
     messageFiles_ = 0;
     for (const ItemPtr& item : items) {
       if (!item) continue;
-      depth_ = 0;
-      skip_ = 0;
-      arrays_.clear();
-      openArrays_ = 0;
-      conversation_ = dynamic_cast<const IOSBaseSessionItem*>(item.get()) != nullptr;
-      field(std::string_view(), static_cast<const Describable*>(item.get()));
+      if (!writeCaptured(item.get())) {
+        depth_ = 0;
+        skip_ = 0;
+        arrays_.clear();
+        openArrays_ = 0;
+        session_ = dynamic_cast<const IOSBaseSessionItem*>(item.get());
+        field(std::string_view(), static_cast<const Describable*>(item.get()));
+      }
       listPage_.added();
       ++summary.count;
       if (listPage_.count() == pageSize_) {
@@ -378,10 +547,22 @@ class ReportFieldWriter final : public FieldVisitor {
     return summary;
   }
 
+  // Items of lists written after the conversations: when one of them is a message's attachment,
+  // the bytes written for it there are kept and copied into its list, instead of a second walk.
+  void expect(const ItemList& items) {
+    for (const ItemPtr& item : items) {
+      if (dynamic_cast<const IOSAttachmentItem*>(item.get()) != nullptr) wanted_.insert(item.get());
+    }
+  }
+
  protected:
   void onNull(std::string_view name) override {
     // Only an array keeps its nulls, so that its entries keep their places.
-    if (!name.empty() || skip_ > 0 || inMessageList()) return;
+    if (!name.empty() || skip_ > 0) return;
+    if (inMessageList()) {
+      ++messageIndex_;  // keeps counting along the conversation's list
+      return;
+    }
     value(name);
     out_->Null();
   }
@@ -391,7 +572,7 @@ class ReportFieldWriter final : public FieldVisitor {
       const std::string& link = folder_.link(text);
       if (!link.empty()) {
         value(name);
-        out_->RawValue(link.data(), link.size(), rapidjson::kObjectType);
+        out_->RawValue(link.data(), link.size());
         return;
       }
     }
@@ -427,6 +608,7 @@ class ReportFieldWriter final : public FieldVisitor {
   void onImage(std::string_view name, const Image& image) override {
     if (leftOut(name, false)) return;
     if (depth_ == 1) sawPicture_ = true;
+    if (capturing_ != nullptr && depth_ == captureDepth_ + 1) capturedPicture_ = true;
     const std::string& thumb = folder_.thumbnail(image);
     if (thumb.empty()) {
       if (name.empty()) onNull(name);
@@ -450,7 +632,13 @@ class ReportFieldWriter final : public FieldVisitor {
     const bool message = inMessageList();
     value(name);
     out_->StartObject();
-    if (!message) {
+    if (message) {
+      message_ = messageIndex_ < session_->contents().size()
+                     ? session_->contents()[messageIndex_].get()
+                     : nullptr;
+      if (message_ != nullptr && message_->className() != className) message_ = nullptr;
+    } else {
+      if (itemOut_ != nullptr && depth_ == 2) startCapture(name, className);
       out_->Key("class");
       writeString(*out_, className);
     }
@@ -460,7 +648,10 @@ class ReportFieldWriter final : public FieldVisitor {
     if (closesIgnored()) return;
     out_->EndObject();
     --depth_;
+    if (capturing_ != nullptr && depth_ == captureDepth_) endCapture();
     if (inMessageList()) {
+      ++messageIndex_;
+      message_ = nullptr;
       messagePage_.added();
       ++messageCount_;
       if (messagePage_.count() == pageSize_) {
@@ -471,11 +662,12 @@ class ReportFieldWriter final : public FieldVisitor {
   }
   void onArrayBegin(std::string_view name) override {
     if (opensIgnored(name)) return;
-    if (conversation_ && name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
+    if (session_ != nullptr && name == "contents" && depth_ == 1 && itemOut_ == nullptr) {
       // A conversation's messages go to the list's message files.
       itemOut_ = out_;
       out_ = &messagePage_.writer();
       conversationStart_ = messageCount_;
+      messageIndex_ = 0;
       return;
     }
     // Opened with its first entry: an empty array is left out.
@@ -485,6 +677,13 @@ class ReportFieldWriter final : public FieldVisitor {
   void onArrayEnd() override {
     if (closesIgnored()) return;
     if (inMessageList()) {
+      // Had the walk not followed `contents()` entry by entry, what it kept may belong to
+      // other messages: dropped.
+      if (messageIndex_ != session_->contents().size()) {
+        for (const Describable* kept : keptHere_)
+          captured_.erase(kept);
+      }
+      keptHere_.clear();
       out_ = itemOut_;
       itemOut_ = nullptr;
       sawContents_ = true;
@@ -525,6 +724,40 @@ class ReportFieldWriter final : public FieldVisitor {
   // Directly inside a conversation's message list (between messages).
   bool inMessageList() const { return itemOut_ != nullptr && depth_ == 1; }
 
+  // A message's "attachment" begins (its "{" is the last byte written): kept when a later list
+  // holds it. The walk of "contents" follows the conversation's `contents()`, so the message is
+  // `message_` (checked by class name).
+  void startCapture(std::string_view name, std::string_view className) {
+    if (name != "attachment" || message_ == nullptr || capturing_ != nullptr) return;
+    const Describable* attachment = message_->attachment().get();
+    if (attachment == nullptr || attachment->className() != className ||
+        !wanted_.contains(attachment) || captured_.contains(attachment)) {
+      return;
+    }
+    if (capturedBytes_.capacity() == 0) capturedBytes_.reserve(wanted_.size() * 384);
+    capturing_ = attachment;
+    captureDepth_ = depth_;
+    captureStart_ = messagePage_.bytes().size() - 1;
+    capturedPicture_ = false;
+  }
+  void endCapture() {
+    const std::string_view bytes = messagePage_.bytes().substr(captureStart_);
+    captured_.emplace(capturing_, Captured{capturedBytes_.size(), bytes.size(), capturedPicture_});
+    capturedBytes_.append(bytes);
+    keptHere_.push_back(capturing_);
+    capturing_ = nullptr;
+  }
+  // Writes a list item from the bytes kept for it; false when none were kept.
+  bool writeCaptured(const Describable* item) {
+    auto it = captured_.find(item);
+    if (it == captured_.end()) return false;
+    const Captured& kept = it->second;
+    out_->RawValue(capturedBytes_.data() + kept.at, kept.size);
+    if (kept.picture) sawPicture_ = true;
+    if (item->className().find("Attachment") != std::string_view::npos) sawAttachment_ = true;
+    return true;
+  }
+
   // Starts a value: opens the arrays still waiting for their first entry, then writes the key.
   void value(std::string_view name) {
     for (; openArrays_ < arrays_.size(); ++openArrays_) {
@@ -534,7 +767,7 @@ class ReportFieldWriter final : public FieldVisitor {
     key(name);
   }
   void key(std::string_view name) {
-    if (!name.empty()) out_->Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
+    if (!name.empty()) out_->Key(name.data(), name.size());
   }
   std::string listId(std::size_t page) const { return fmt::format("l{}-{}", code_, page); }
   std::string messageFileId(std::size_t file) const { return fmt::format("m{}-{}", code_, file); }
@@ -549,16 +782,37 @@ class ReportFieldWriter final : public FieldVisitor {
   JsonWriter* itemOut_ = nullptr;  // the list page while a conversation's messages are written
   int depth_ = 0;                  // open objects and arrays of the current item
   int skip_ = 0;                   // open containers of a left-out field
-  std::vector<std::string_view> arrays_;  // names of the open arrays, outermost first
-  std::size_t openArrays_ = 0;            // how many of them are written (have an entry)
-  bool conversation_ = false;             // the current item is a conversation
-  std::size_t messageCount_ = 0;          // messages of the list written so far
-  std::size_t messageFiles_ = 0;          // message files of the list written so far
-  std::size_t conversationStart_ = 0;     // index of the current conversation's first message
+  std::vector<std::string_view> arrays_;         // names of the open arrays, outermost first
+  std::size_t openArrays_ = 0;                   // how many of them are written (have an entry)
+  const IOSBaseSessionItem* session_ = nullptr;  // the current item when a conversation
+  std::size_t messageIndex_ = 0;  // entry of the conversation's `contents()` being walked
+  const IOSBaseSingleItem* message_ = nullptr;  // the message being written, when known
+  struct Captured {
+    std::size_t at = 0;  // in `capturedBytes_`
+    std::size_t size = 0;
+    bool picture = false;  // has a picture field of its own
+  };
+  std::unordered_set<const Describable*> wanted_;  // items of the lists still to write
+  std::unordered_map<const Describable*, Captured> captured_;
+  std::string capturedBytes_;
+  std::vector<const Describable*> keptHere_;  // kept in the current conversation
+  const Describable* capturing_ = nullptr;    // the attachment being kept
+  int captureDepth_ = 0;                      // `depth_` outside it
+  std::size_t captureStart_ = 0;              // its "{" in the message page
+  bool capturedPicture_ = false;
+  std::size_t messageCount_ = 0;       // messages of the list written so far
+  std::size_t messageFiles_ = 0;       // message files of the list written so far
+  std::size_t conversationStart_ = 0;  // index of the current conversation's first message
   bool sawContents_ = false;
   bool sawPicture_ = false;
   bool sawAttachment_ = false;
 };
+
+// A list of conversations (judged by its first item).
+bool holdsConversations(const ItemList& items) {
+  auto first = std::find_if(items.begin(), items.end(), [](const ItemPtr& item) { return item; });
+  return first != items.end() && dynamic_cast<const IOSBaseSessionItem*>(first->get()) != nullptr;
+}
 
 std::string indexScript(const std::vector<ListSummary>& lists, int status,
                         const ReportOptions& options) {
@@ -614,15 +868,29 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   ReportFolder folder(root, options.copyMedia);
   if (!folder.prepare()) return failed(folder.error());
 
+  // Conversations first, so that the attachment lists that follow copy what their messages
+  // wrote.
+  std::vector<std::pair<IOSDataType, const ItemList*>> order;
+  for (const auto& [code, items] : lists) {
+    if (!items.empty()) order.emplace_back(code, &items);
+  }
+  std::stable_partition(order.begin(), order.end(),
+                        [](const auto& list) { return holdsConversations(*list.second); });
   std::vector<ListSummary> summaries;
   {
     ReportFieldWriter writer(folder, options.pageSize);
-    for (const auto& [code, items] : lists) {
-      if (items.empty()) continue;
-      summaries.push_back(writer.writeList(code, items));
+    if (!order.empty() && holdsConversations(*order.front().second)) {
+      for (const auto& [code, items] : order) {
+        if (!holdsConversations(*items)) writer.expect(*items);
+      }
+    }
+    for (const auto& [code, items] : order) {
+      summaries.push_back(writer.writeList(code, *items));
       if (folder.failed()) break;
     }
   }  // every data file is written here
+  std::sort(summaries.begin(), summaries.end(),
+            [](const ListSummary& a, const ListSummary& b) { return a.code < b.code; });
   if (folder.failed()) return failed(folder.error());
   if (!folder.write("data/index.js", {}, indexScript(summaries, status, options), {})) {
     return failed(folder.error());

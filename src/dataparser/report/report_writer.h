@@ -13,7 +13,9 @@
 // makes, so every data type appears without code of its own. Display-state fields and named
 // fields without a value (null, "", false, 0, []) are left out; messages carry no class name; a
 // field naming a local file ("...Path") becomes a link to that file (a file: URL, or the copy)
-// when it is a regular file. Each data file is built in memory and written with one call.
+// when it is a regular file. An attachment that a list after its conversation holds again is
+// copied there from what its message wrote, not walked twice. Each data file is built in memory
+// and written with one call, on a writer thread, while the next one is built.
 //
 // Texts from a backup are data: they are written as JSON strings and the viewer only ever sets
 // them as text. The page forbids every network request (Content-Security-Policy). Nothing is

@@ -9,6 +9,7 @@
 
 #include "dataparser/parsers/messaging/sms.h"
 #include "dataparser/util/image.h"
+#include "dataparser/util/json.h"
 #include "tests/test_support.h"
 
 namespace dataparser {
@@ -110,6 +111,92 @@ TEST(ReportWriterTest, WritesPagedDataLinksAndThumbnails) {
   auto thumb = Image::imageWithContentsOfFile((out / "media/t1.png").string());
   ASSERT_TRUE(thumb);
   EXPECT_LE(thumb->height(), 200);
+}
+
+// The array that a data file hands to DP.onData.
+json::Value dataOf(const fs::path& file) {
+  const std::string text = slurp(file);
+  const std::size_t open = text.find(',');
+  const std::size_t close = text.rfind(')');
+  if (open == std::string::npos || close == std::string::npos || close < open) return {};
+  return json::parse(std::string_view(text).substr(open + 1, close - open - 1));
+}
+
+TEST(ReportWriterTest, TextsSurviveEscapingAndDatesAreWholeSeconds) {
+  // Bytes to escape at every place of an eight-byte block, next to multi-byte characters.
+  const std::vector<std::string> texts = {
+      "plain text longer than eight bytes",
+      "\"quoted\" and back\\slash",
+      std::string("\x01\x1f\b\f\n\r\t\x7f", 8),
+      "1234567\"",
+      "12345678\\",
+      "123456789\n",
+      "0123456789abcdef\"0123456789abcd\x01z",
+      "\xc3\xa9\xf0\x9f\x98\x80 \"x\" \xe2\x80\xa8 end",
+      "\\\\\\\\\\\\\\\\\\",
+  };
+  TempDir dir;
+  std::string messages;
+  for (const std::string& text : texts) {
+    if (!messages.empty()) messages += ",";
+    messages +=
+        R"({"text": ")" + json::escapedText(text) + R"(", "send_date": "01-02-2020 03:04:05"})";
+  }
+  const std::string chats =
+      dir.write("chats.json",
+                R"({"chat_sessions": [{"chat_id": 1, "chat_identifier": "+1555", "messages": [)" +
+                    messages + "]}]}");
+  auto parser =
+      IOSSMSParser::parserWithJSONData("{\"sms_file_path\": [\"" + chats + "\"]}", true, false);
+  ReportOptions options;
+  options.outDir = (dir.path() / "report").string();
+  std::string error;
+  ASSERT_TRUE(writeReport({{IOSDataTypeSMS, parser->items()}}, 1, options, &error)) << error;
+
+  const fs::path file = dir.path() / "report/data/m524288-0.js";
+  json::Value written = dataOf(file);
+  ASSERT_EQ(written.size(), texts.size()) << slurp(file);
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    EXPECT_EQ(written.at(i)["text"].string(), texts[i]) << i;
+    EXPECT_TRUE(written.at(i)["sendDate"].isNumber());
+  }
+  const std::string page = slurp(file);
+  EXPECT_EQ(page.find(".0,"), std::string::npos) << "whole seconds carry no fraction: " << page;
+}
+
+TEST(ReportWriterTest, AttachmentListsRepeatTheirMessagesAttachments) {
+  // Lists are reported in either order: the attachment list's entries are exactly the
+  // attachments its messages show, and the list still shows as a grid.
+  ReportFixture fixture;
+  for (IOSDataType attachments : {kResultSMSAttachments, IOSDataType{1}}) {
+    std::map<IOSDataType, ItemList> lists = {{IOSDataTypeSMS, fixture.lists[IOSDataTypeSMS]},
+                                             {attachments, fixture.lists[kResultSMSAttachments]}};
+    const fs::path out = fixture.dir.path() / ("report" + std::to_string(attachments));
+    ReportOptions options;
+    options.outDir = out.string();
+    std::string error;
+    ASSERT_TRUE(writeReport(lists, 1, options, &error)) << error;
+
+    std::vector<std::string> inMessages;
+    json::Value messages = dataOf(out / "data/m524288-0.js");
+    for (json::View message : messages.elements()) {
+      if (message["attachment"].isObject())
+        inMessages.push_back(message["attachment"].toJsonText());
+    }
+    std::vector<std::string> inList;
+    json::Value list = dataOf(out / ("data/l" + std::to_string(attachments) + "-0.js"));
+    for (json::View attachment : list.elements())
+      inList.push_back(attachment.toJsonText());
+    ASSERT_EQ(inMessages.size(), 2u);
+    EXPECT_EQ(inList, inMessages);
+    EXPECT_NE(inList[0].find(R"("thumb":{"thumb":"media/t1.png")"), std::string::npos) << inList[0];
+    const std::string index = slurp(out / "data/index.js");
+    EXPECT_NE(index.find(R"("code":)" + std::to_string(attachments)), std::string::npos);
+    EXPECT_NE(index.find(R"("kind":"grid")"), std::string::npos) << index;
+    EXPECT_LT(index.find(R"("code":)" + std::to_string(std::min(attachments, IOSDataTypeSMS))),
+              index.find(R"("code":)" + std::to_string(std::max(attachments, IOSDataTypeSMS))))
+        << "the index keeps the order of the codes";
+  }
 }
 
 TEST(ReportWriterTest, CopiesStayInsideTheReport) {
