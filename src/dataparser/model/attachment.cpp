@@ -83,7 +83,9 @@ std::uint64_t kindOfFileName(std::string_view fileName) {
 
 // Reads and decodes the picture at `path`; nothing when there is no file or it does not decode.
 std::shared_ptr<const Image> pictureAt(const std::string& path) {
-  return Image::imageWithContentsOfFile(path);  // nothing for "" or a missing file
+  // Only a regular file inside the backup is handed to the decoders.
+  if (!isBackupFile(path)) return nullptr;
+  return Image::imageWithContentsOfFile(path);
 }
 
 }  // namespace

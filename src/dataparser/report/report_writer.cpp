@@ -861,6 +861,9 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
     return false;
   };
   if (options.outDir.empty()) return failed("no report folder given");
+  // Items name the same files, and the same missing files, many times over (sizes, pictures,
+  // links): each is looked at once.
+  const RememberedBackupLooks looks;
   std::error_code ec;
   fs::path root = fs::absolute(options.outDir, ec);
   if (ec) return failed("cannot use " + options.outDir + ": " + ec.message());

@@ -221,8 +221,29 @@ std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::strin
   return true;
 }
 
-// stat of the file `path` names under the rule; false when outside or missing.
+thread_local RememberedBackupLooks* rememberedLooks = nullptr;
+
+bool statScopedNow(const std::string& path, struct stat* status);
+
+// stat of the file `path` names under the rule; false when outside or missing. Only the kind
+// and size of a remembered look are filled in.
 bool statScoped(const std::string& path, struct stat* status) {
+  if (rememberedLooks != nullptr) {
+    if (const RememberedBackupLooks::Look* look = rememberedLooks->find(path)) {
+      status->st_mode = look->mode;
+      status->st_size = look->size;
+      return look->found;
+    }
+  }
+  const bool found = statScopedNow(path, status);
+  if (rememberedLooks != nullptr) {
+    rememberedLooks->remember(path, {found, found ? static_cast<unsigned>(status->st_mode) : 0u,
+                                     found ? static_cast<std::int64_t>(status->st_size) : 0});
+  }
+  return found;
+}
+
+bool statScopedNow(const std::string& path, struct stat* status) {
   Registry& reg = registry();
   if (!path.empty() && path[0] == '/' && path.find('\0') == std::string::npos &&
       reg.any.load(std::memory_order_acquire)) {
@@ -299,6 +320,19 @@ void KnownBackupFiles::lookUp(std::string_view path) {
 const bool* KnownBackupFiles::find(std::string_view path) const {
   auto found = answers_.find(path);
   return found == answers_.end() ? nullptr : &found->second;
+}
+
+const RememberedBackupLooks::Look* RememberedBackupLooks::find(const std::string& path) const {
+  auto found = looks_.find(path);
+  return found == looks_.end() ? nullptr : &found->second;
+}
+
+RememberedBackupLooks::RememberedBackupLooks() : outer_(rememberedLooks) {
+  rememberedLooks = this;
+}
+
+RememberedBackupLooks::~RememberedBackupLooks() {
+  rememberedLooks = outer_;
 }
 
 KnownBackupFiles::Scope::Scope(const KnownBackupFiles* table) : outer_(knownFiles) {

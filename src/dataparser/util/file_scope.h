@@ -91,6 +91,30 @@ class KnownBackupFiles {
   std::unordered_map<std::string_view, bool> answers_;
 };
 
+// While one is held on a thread, every look that thread takes at a path through the helpers
+// above is remembered, found or not, and answered from memory the next time: for a long pass
+// over a finished scan's items (an export, a report) that names the same files, and the same
+// missing files, again and again. Only for a pass during which the backup does not change.
+class RememberedBackupLooks {
+ public:
+  RememberedBackupLooks();
+  ~RememberedBackupLooks();
+  RememberedBackupLooks(const RememberedBackupLooks&) = delete;
+  RememberedBackupLooks& operator=(const RememberedBackupLooks&) = delete;
+
+  struct Look {
+    bool found = false;
+    unsigned mode = 0;
+    std::int64_t size = 0;
+  };
+  const Look* find(const std::string& path) const;
+  void remember(const std::string& path, const Look& look) { looks_.emplace(path, look); }
+
+ private:
+  std::unordered_map<std::string, Look> looks_;
+  RememberedBackupLooks* outer_;
+};
+
 // openRegularFile / readFile for a path named by backup data.
 int openBackupFile(const std::string& path, std::uint64_t* size = nullptr);
 std::optional<std::string> readBackupFile(const std::string& path);

@@ -137,6 +137,19 @@ TEST(BackupScopeTest, KnownFilesAnswerForTheirPathsOnlyWhileHeld) {
   }
   EXPECT_FALSE(backupFileExists(layout.file));
   EXPECT_TRUE(backupFileExists(later));
+
+  // Remembered looks: the first answer holds, found or not, until the pass ends.
+  {
+    const RememberedBackupLooks looks;
+    EXPECT_FALSE(isBackupFile(layout.file));
+    EXPECT_EQ(existingBackupFileSize(later), 1u);
+    layout.dir.write("backup/files/a.jpg", "abcd");
+    fs::remove(later);
+    EXPECT_FALSE(backupFileExists(layout.file));
+    EXPECT_EQ(existingBackupFileSize(later), 1u);
+  }
+  EXPECT_EQ(existingBackupFileSize(layout.file), 4u);
+  EXPECT_FALSE(backupFileExists(later));
 }
 
 }  // namespace
