@@ -14,6 +14,8 @@
 #include <cstring>
 #include <memory>
 
+#include "dataparser/model/conversation.h"
+#include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 
 namespace dataparser::cli {
@@ -169,6 +171,9 @@ bool ScanExport::write(const std::string& path, std::string* error) const {
     if (error) *error = "cannot open " + path + " for writing";
     return false;
   }
+  // Each look at a file is taken once, and the texts messages work out are not kept in them.
+  const RememberedBackupLooks looks;
+  const TransientTexts texts;
   std::array<char, 1 << 16> buffer;
   rapidjson::FileWriteStream stream(file.get(), buffer.data(), buffer.size());
   rapidjson::Writer<rapidjson::FileWriteStream> writer(stream);

@@ -1,6 +1,7 @@
 #include "dataparser/model/conversation.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "dataparser/util/date_format.h"
@@ -46,12 +47,46 @@ void IOSBaseSingleItem::initWithRecord(const json::Value& record, json::View typ
   flag_ = record.isObject() ? clampToInt32(type.integer()) : 0;
 }
 
+namespace {
+
+// The texts worked out under TransientTexts: one slot per kind of text, with the message it
+// belongs to.
+struct TransientText {
+  const IOSBaseSingleItem* owner = nullptr;
+  std::string value;
+};
+thread_local bool transientTexts = false;
+thread_local std::array<TransientText, 5> transientSlots;
+
+}  // namespace
+
+TransientTexts::TransientTexts() : outer_(transientTexts) {
+  transientTexts = true;
+}
+
+TransientTexts::~TransientTexts() {
+  transientTexts = outer_;
+  if (!outer_) transientSlots = {};
+}
+
 const std::string& IOSBaseSingleItem::textField(TextField field) const {
+  static_assert(kTextFieldCount == std::tuple_size_v<decltype(transientSlots)>);
   static const std::string kEmpty;
+  if (transientTexts && !hasTextField(field) && transientSlots[field].owner == this) {
+    return transientSlots[field].value;
+  }
   return texts_ ? texts_->values[field] : kEmpty;
 }
 
 void IOSBaseSingleItem::storeTextField(TextField field, std::string value) const {
+  if (transientTexts) {
+    transientSlots[field] = {this, std::move(value)};
+    return;
+  }
+  keepTextField(field, std::move(value));
+}
+
+void IOSBaseSingleItem::keepTextField(TextField field, std::string value) const {
   knownFields_ |= static_cast<std::uint8_t>(1U << field);
   if (!texts_) {
     if (value.empty()) return;

@@ -42,6 +42,22 @@ namespace dataparser {
 
 using ImagePtr = std::shared_ptr<const Image>;
 
+// While one is held on a thread, the lazy texts of messages (text, strSendDate, to ...) that are
+// not worked out yet are worked out for the moment only, not kept in the message: a pass over
+// every message of a finished scan (an export, a report) then leaves the model as small as it
+// found it. Such a text is valid until the same text of another message is read on the thread;
+// read it at once. Texts given to setters are always kept.
+class TransientTexts {
+ public:
+  TransientTexts();
+  ~TransientTexts();
+  TransientTexts(const TransientTexts&) = delete;
+  TransientTexts& operator=(const TransientTexts&) = delete;
+
+ private:
+  bool outer_;
+};
+
 class IOSBaseSingleItem : public IOSBaseItem {
  public:
   // Keeps the record as rawData and sets `flag` from its "type" (absent or not a number: 0).
@@ -57,14 +73,12 @@ class IOSBaseSingleItem : public IOSBaseItem {
   // The record's "text" for a notice, read on first use and then kept. Apps with display keys
   // of their own override it.
   virtual const std::string& strNotice() const;
-  void setStrNotice(std::string strNotice) {
-    storeTextField(kStrNoticeField, std::move(strNotice));
-  }
+  void setStrNotice(std::string strNotice) { keepTextField(kStrNoticeField, std::move(strNotice)); }
 
   virtual const std::string& belong() const { return textField(kBelongField); }
-  void setBelong(std::string belong) { storeTextField(kBelongField, std::move(belong)); }
+  void setBelong(std::string belong) { keepTextField(kBelongField, std::move(belong)); }
   virtual const std::string& text() const { return textField(kTextField); }
-  void setText(std::string text) { storeTextField(kTextField, std::move(text)); }
+  void setText(std::string text) { keepTextField(kTextField, std::move(text)); }
   OptionalDate sendDate() const {
     if (sendDate_ == kNoDate) return std::nullopt;
     return Date(std::chrono::microseconds(sendDate_));
@@ -74,12 +88,12 @@ class IOSBaseSingleItem : public IOSBaseItem {
   }
   virtual const std::string& strSendDate() const { return textField(kStrSendDateField); }
   void setStrSendDate(std::string strSendDate) {
-    storeTextField(kStrSendDateField, std::move(strSendDate));
+    keepTextField(kStrSendDateField, std::move(strSendDate));
   }
   const std::string& from() const { return from_; }
   void setFrom(std::string from) { from_ = std::move(from); }
   virtual const std::string& to() const { return textField(kToField); }
-  void setTo(std::string to) { storeTextField(kToField, std::move(to)); }
+  void setTo(std::string to) { keepTextField(kToField, std::move(to)); }
   virtual const AttachmentPtr& attachment() const { return attachment_; }
   void setAttachment(AttachmentPtr attachment) { storeAttachment(std::move(attachment)); }
   bool isReceived() const { return isReceived_; }
@@ -122,7 +136,10 @@ class IOSBaseSingleItem : public IOSBaseItem {
   const std::string& sendDateInDisplayFormat() const;
   // The stored value; "" when none is stored.
   const std::string& textField(TextField field) const;
+  // Stores a value worked out from the record (under TransientTexts, only for the moment).
   void storeTextField(TextField field, std::string value) const;
+  // Stores a value given to a setter, always.
+  void keepTextField(TextField field, std::string value) const;
 
   // The same for `attachment`, which apps may build on first read.
   bool hasAttachment() const { return (knownFields_ >> kTextFieldCount) & 1U; }

@@ -85,6 +85,28 @@ TEST(ConversationTest, MessageReadsItsKindAndNoticeTextFromTheRecord) {
   EXPECT_EQ(textless->strNotice(), "");
 }
 
+TEST(ConversationTest, TransientTextsAreReadButNotKept) {
+  json::Value doc = json::parse(R"([{"type":21,"text":"Ann left"},{"type":21,"text":"Bo left"}])");
+  auto ann = IOSBaseItem::itemWithDictionary<IOSBaseSingleItem>(doc.sub(doc.at(0)));
+  auto bo = IOSBaseItem::itemWithDictionary<IOSBaseSingleItem>(doc.sub(doc.at(1)));
+  auto given = textMessage("given");
+  {
+    const TransientTexts texts;
+    EXPECT_EQ(ann->strNotice(), "Ann left");
+    EXPECT_EQ(bo->strNotice(), "Bo left");
+    EXPECT_EQ(ann->strNotice(), "Ann left");  // worked out again, not another message's
+    given->setBelong("kept");                 // a setter keeps its value all the same
+    EXPECT_EQ(given->text(), "given");
+  }
+  // Nothing worked out in the pass stayed behind; the record is read again, then kept.
+  ann->setFlag(0);
+  EXPECT_EQ(ann->strNotice(), "");
+  EXPECT_EQ(bo->strNotice(), "Bo left");
+  bo->setFlag(0);
+  EXPECT_EQ(bo->strNotice(), "Bo left");
+  EXPECT_EQ(given->belong(), "kept");
+}
+
 TEST(ConversationTest, DeletionStateIsComputedOnce) {
   json::Value doc = json::parse(R"([{"tag":"deleted"},{"tag":"kept"}])");
   auto deleted = [&] {

@@ -864,6 +864,8 @@ bool writeReport(const std::map<IOSDataType, ItemList>& lists, int status,
   // Items name the same files, and the same missing files, many times over (sizes, pictures,
   // links): each is looked at once.
   const RememberedBackupLooks looks;
+  // The texts messages work out for the pages are not kept in them.
+  const TransientTexts texts;
   std::error_code ec;
   fs::path root = fs::absolute(options.outDir, ec);
   if (ec) return failed("cannot use " + options.outDir + ": " + ec.message());
