@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "dataparser/parsers/media/app_file.h"
 #include "dataparser/parsers/media/other_attachment.h"
@@ -154,7 +155,21 @@ ItemList* attachmentList(IOSOtherAttachmentLists& lists, AttachmentListName name
 ItemList mergeAttachments(const ItemList& first, const ItemList& second) {
   ItemList merged;
   merged.reserve(first.size() + second.size());
+  // Usually no item is in both lists, nor twice in one: sorted addresses tell so without a set.
+  std::vector<const IOSBaseItem*> addresses;
+  addresses.reserve(first.size() + second.size());
+  for (const ItemList* list : {&first, &second}) {
+    for (const ItemPtr& item : *list)
+      addresses.push_back(item.get());
+  }
+  std::sort(addresses.begin(), addresses.end());
+  if (std::adjacent_find(addresses.begin(), addresses.end()) == addresses.end()) {
+    merged.insert(merged.end(), first.begin(), first.end());
+    merged.insert(merged.end(), second.begin(), second.end());
+    return merged;
+  }
   std::unordered_set<const IOSBaseItem*> seen;
+  seen.reserve(addresses.size());
   for (const ItemList* list : {&first, &second}) {
     for (const ItemPtr& item : *list) {
       if (seen.insert(item.get()).second) merged.push_back(item);

@@ -73,6 +73,7 @@ TEST(DispatchTableTest, MergeKeepsEachItemOnce) {
   ItemPtr a = testing::namedItem("ma"), b = testing::namedItem("mb"), c = testing::namedItem("mc");
   EXPECT_THAT(testing::itemNames(mergeAttachments({a, b, a}, {c, b})),
               ElementsAre("ma", "mb", "mc"));
+  EXPECT_THAT(testing::itemNames(mergeAttachments({c, a}, {b})), ElementsAre("mc", "ma", "mb"));
   EXPECT_TRUE(mergeAttachments({}, {}).empty());
   // Equal content is not identity: two items of the same name from different sources stay two.
   ItemPtr twin = IOSBaseItem::itemWithDictionary(a->rawData());
