@@ -9,7 +9,7 @@
 # under FIELD with --stat. With --backup the recording is a device backup: the floor is one SQLite
 # pass over its joined message rows and the input is every byte of the backup.
 # --unit NAME reports the scan's items as NAME=N instead of its messages; --records puts
-# records=SIZE before them.
+# records=SIZE before them. BENCH_RUNS=N measures N times and reports the medians.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 KIND=$1
@@ -53,21 +53,33 @@ else
   if [ "${#FLOOR_ARGS[@]}" -gt 0 ]; then find "$RECORDING/files" -type f >/dev/null; fi
 fi
 
-floor_line=$("$BIN/$FLOOR" "$RECORDING" "${FLOOR_ARGS[@]}")
-scan_line=$("$BIN/scan_bench" "$RECORDING")
-echo "$floor_line"
-echo "$scan_line"
-
 field() { sed -E "s/.*[ :]$2=([^ ]+).*/\1/" <<<"$1"; }
+
+# BENCH_RUNS=N runs the floor and the scan N times, one after the other, and keeps the median of
+# each (and the largest peak): on a shared or virtual machine single runs vary widely.
+RUNS=${BENCH_RUNS:-1}
+floor_times=()
+scan_times=()
+peak=0
+for ((run = 0; run < RUNS; run++)); do
+  floor_line=$("$BIN/$FLOOR" "$RECORDING" "${FLOOR_ARGS[@]}")
+  scan_line=$("$BIN/scan_bench" "$RECORDING")
+  echo "$floor_line"
+  echo "$scan_line"
+  floor_times+=("$(field "$floor_line" seconds)")
+  scan_times+=("$(field "$scan_line" seconds)")
+  run_peak=$(field "$scan_line" peak_rss_bytes)
+  if [ "$run_peak" -gt "$peak" ]; then peak=$run_peak; fi
+done
+median() { printf '%s\n' "$@" | sort -g | sed -n "$((($# + 1) / 2))p"; }
 if [ "$FLOOR" = backup_floor ]; then
   input_bytes=$(du -sb "$RECORDING" | cut -f1)
 else
   input_bytes=$(field "$floor_line" bytes)
 fi
-floor_seconds=$(field "$floor_line" seconds)
-seconds=$(field "$scan_line" seconds)
+floor_seconds=$(median "${floor_times[@]}")
+seconds=$(median "${scan_times[@]}")
 count=$(field "$scan_line" "$([ "$UNIT" = messages ] && echo messages || echo items)")
-peak=$(field "$scan_line" peak_rss_bytes)
 ratio=$(awk -v a="$seconds" -v b="$floor_seconds" 'BEGIN { printf "%.2f", a / b }')
 rss_ratio=$(awk -v a="$peak" -v b="$input_bytes" 'BEGIN { printf "%.2f", a / b }')
 per_second=$(awk -v m="$count" -v s="$seconds" 'BEGIN { printf "%.0f", m / s }')
