@@ -322,11 +322,12 @@ void IOSWhatsappParser::collectAttachments(const json::Value& document, ItemList
   if (!document.isObject()) return;
   for (json::View element : document["messages"].elements()) {
     if (!element.isObject()) continue;
-    const json::Value record = document.sub(element);
-    auto [type, mediaBackup, mediaPath, thumb] =
-        record.fields({"type", "media_backup", "media_path", "media_thumb_backup"});
-    const std::int64_t kind = type.integer();
+    // Most records are plain texts: their kind, near the front, is all there is to read.
+    const std::int64_t kind = element["type"].integer();
     if (kind == 0) continue;
+    const json::Value record = document.sub(element);
+    auto [mediaBackup, mediaPath, thumb] =
+        record.fields({"media_backup", "media_path", "media_thumb_backup"});
     if (kind == kLinkKind) {
       found.push_back(linkAttachment(record));
       continue;
