@@ -221,25 +221,33 @@ std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::strin
   return true;
 }
 
+thread_local const KnownBackupFiles* knownFiles = nullptr;
 thread_local RememberedBackupLooks* rememberedLooks = nullptr;
 
 bool statScopedNow(const std::string& path, struct stat* status);
 
-// stat of the file `path` names under the rule; false when outside or missing. Only the kind
-// and size of a remembered look are filled in.
+bool answer(const BackupFileLook& look, struct stat* status) {
+  status->st_mode = look.mode;
+  status->st_size = look.size;
+  return look.found;
+}
+
+BackupFileLook lookOf(bool found, const struct stat& status) {
+  if (!found) return {};
+  return {true, static_cast<unsigned>(status.st_mode), static_cast<std::int64_t>(status.st_size)};
+}
+
+// stat of the file `path` names under the rule; false when outside or missing. A look taken
+// ahead or remembered fills in only the kind and size.
 bool statScoped(const std::string& path, struct stat* status) {
+  if (knownFiles != nullptr) {
+    if (const BackupFileLook* look = knownFiles->find(path)) return answer(*look, status);
+  }
   if (rememberedLooks != nullptr) {
-    if (const RememberedBackupLooks::Look* look = rememberedLooks->find(path)) {
-      status->st_mode = look->mode;
-      status->st_size = look->size;
-      return look->found;
-    }
+    if (const BackupFileLook* look = rememberedLooks->find(path)) return answer(*look, status);
   }
   const bool found = statScopedNow(path, status);
-  if (rememberedLooks != nullptr) {
-    rememberedLooks->remember(path, {found, found ? static_cast<unsigned>(status->st_mode) : 0u,
-                                     found ? static_cast<std::int64_t>(status->st_size) : 0});
-  }
+  if (rememberedLooks != nullptr) rememberedLooks->remember(path, lookOf(found, *status));
   return found;
 }
 
@@ -307,22 +315,19 @@ bool isInsideBackup(const std::string& path) {
   return statScoped(path, &status);
 }
 
-namespace {
-thread_local const KnownBackupFiles* knownFiles = nullptr;
-}  // namespace
-
 void KnownBackupFiles::lookUp(std::string_view path) {
   if (answers_.contains(path)) return;
   struct stat status {};
-  answers_.emplace(path, statScoped(std::string(path), &status));
+  const bool found = statScoped(std::string(path), &status);
+  answers_.emplace(path, lookOf(found, status));
 }
 
-const bool* KnownBackupFiles::find(std::string_view path) const {
+const BackupFileLook* KnownBackupFiles::find(std::string_view path) const {
   auto found = answers_.find(path);
   return found == answers_.end() ? nullptr : &found->second;
 }
 
-const RememberedBackupLooks::Look* RememberedBackupLooks::find(const std::string& path) const {
+const BackupFileLook* RememberedBackupLooks::find(const std::string& path) const {
   auto found = looks_.find(path);
   return found == looks_.end() ? nullptr : &found->second;
 }
@@ -344,9 +349,6 @@ KnownBackupFiles::Scope::~Scope() {
 }
 
 bool backupFileExists(const std::string& path) {
-  if (knownFiles != nullptr) {
-    if (const bool* known = knownFiles->find(path)) return *known;
-  }
   struct stat status {};
   return statScoped(path, &status);
 }

@@ -63,17 +63,23 @@ std::uint64_t backupFileSize(const std::string& path);
 // outside.
 std::optional<std::uint64_t> existingBackupFileSize(const std::string& path);
 std::optional<std::string> firstExistingBackupFile(std::initializer_list<std::string_view> paths);
-// Answers of backupFileExists looked up ahead, on another thread, for the paths that one
-// decoded document names. While a KnownBackupFiles::Scope holds a table on a thread,
-// backupFileExists on that thread answers from it for the paths it holds (exactly what a look
-// then would have said, unless the backup changes meanwhile) and looks every other path up.
-// The table refers to the paths' bytes; they must outlive it. Not locked: filled on one thread,
-// then read on one thread.
+// What one look at a path found: whether it is there (under the rule), its kind and its size.
+struct BackupFileLook {
+  bool found = false;
+  unsigned mode = 0;
+  std::int64_t size = 0;
+};
+
+// Looks taken ahead, on another thread, at the paths that one decoded document names. While a
+// KnownBackupFiles::Scope holds a table on a thread, the helpers above answer on that thread
+// from it for the paths it holds (exactly what a look then would have said, unless the backup
+// changes meanwhile) and look every other path up. The table refers to the paths' bytes; they
+// must outlive it. Not locked: filled on one thread, then read on one thread.
 class KnownBackupFiles {
  public:
   // Looks `path` up now and remembers the answer.
   void lookUp(std::string_view path);
-  const bool* find(std::string_view path) const;
+  const BackupFileLook* find(std::string_view path) const;
   bool empty() const { return answers_.empty(); }
 
   class Scope {
@@ -88,7 +94,7 @@ class KnownBackupFiles {
   };
 
  private:
-  std::unordered_map<std::string_view, bool> answers_;
+  std::unordered_map<std::string_view, BackupFileLook> answers_;
 };
 
 // While one is held on a thread, every look that thread takes at a path through the helpers
@@ -102,16 +108,11 @@ class RememberedBackupLooks {
   RememberedBackupLooks(const RememberedBackupLooks&) = delete;
   RememberedBackupLooks& operator=(const RememberedBackupLooks&) = delete;
 
-  struct Look {
-    bool found = false;
-    unsigned mode = 0;
-    std::int64_t size = 0;
-  };
-  const Look* find(const std::string& path) const;
-  void remember(const std::string& path, const Look& look) { looks_.emplace(path, look); }
+  const BackupFileLook* find(const std::string& path) const;
+  void remember(const std::string& path, const BackupFileLook& look) { looks_.emplace(path, look); }
 
  private:
-  std::unordered_map<std::string, Look> looks_;
+  std::unordered_map<std::string, BackupFileLook> looks_;
   RememberedBackupLooks* outer_;
 };
 
