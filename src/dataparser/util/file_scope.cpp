@@ -188,7 +188,8 @@ CheckedFolders& checkedFolders() {
 
 // The quick form of the rule for the common case, a plain path written below a registered
 // folder: when its folder is known to resolve inside, one lstat of the path itself settles it,
-// unless the path ends in a link. Nothing when the quick form cannot tell. The caller holds the
+// unless the path ends in a link. The lstat walks only the part of the path below the folder,
+// from the folder's descriptor. Nothing when the quick form cannot tell. The caller holds the
 // registry's lock.
 std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::string& path,
                                            struct stat* status) {
@@ -196,13 +197,19 @@ std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::strin
   const std::size_t slash = path.rfind('/');
   if (slash == 0 || slash == std::string::npos) return std::nullopt;
   const std::string_view folder(path.data(), slash);
-  bool written = false;
+  const Root* written = nullptr;
+  std::size_t relative = 0;
   for (const auto& [id, roots] : reg.scopes) {
     for (const Root& root : roots) {
-      written = written || below(folder, root.text) || below(folder, root.canonical);
+      for (const std::string* text : {&root.text, &root.canonical}) {
+        if (written == nullptr && below(folder, *text)) {
+          written = &root;
+          relative = text->size();
+        }
+      }
     }
   }
-  if (!written) return std::nullopt;
+  if (written == nullptr) return std::nullopt;
   CheckedFolders& checked = checkedFolders();
   if (!checked.contains(folder)) {
     std::optional<std::string> real = resolved(std::string(folder).c_str());
@@ -216,7 +223,12 @@ std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::strin
     if (!inside) return std::nullopt;  // the full rule decides
     checked.add(folder);
   }
-  if (::lstat(path.c_str(), status) != 0) return false;
+  while (path[relative] == '/')
+    ++relative;
+  const char* rest = relative == path.size() ? "." : path.c_str() + relative;
+  if (::fstatat(written->fd, rest, status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return false;
+  }
   if (S_ISLNK(status->st_mode)) return std::nullopt;
   return true;
 }
