@@ -34,6 +34,9 @@ FileReadAhead::~FileReadAhead() {
   if (decoder_.joinable()) decoder_.join();
 }
 
+// The helper prepares a file itself only while at least this many wait for the caller.
+constexpr std::size_t kPrepareAhead = 2;
+
 void FileReadAhead::decodeAll() {
   for (const std::string& path : paths_) {
     {
@@ -48,7 +51,17 @@ void FileReadAhead::decodeAll() {
       if (stopped_) return;
     }
     DecodedFile decoded = decodeFile(path, admit_);
-    if (prepare_ && decoded.document.present()) prepare_(decoded);
+    if (prepare_ && decoded.document.present()) {
+      bool ahead;
+      {
+        std::lock_guard lock(mutex_);
+        ahead = !readerWaiting_ && ready_.size() >= kPrepareAhead;
+      }
+      if (ahead) {
+        prepare_(decoded);
+        decoded.prepared = true;
+      }
+    }
     bool wake = false;
     {
       std::lock_guard lock(mutex_);
@@ -60,8 +73,16 @@ void FileReadAhead::decodeAll() {
 }
 
 DecodedFile FileReadAhead::take() {
-  const std::string& path = paths_[taken_++];
-  if (!decoder_.joinable()) return decodeFile(path, admit_);
+  DecodedFile decoded = decoder_.joinable() ? takeReady() : decodeFile(paths_[taken_], admit_);
+  ++taken_;
+  if (prepare_ && !decoded.prepared && decoded.document.present()) {
+    prepare_(decoded);
+    decoded.prepared = true;
+  }
+  return decoded;
+}
+
+DecodedFile FileReadAhead::takeReady() {
   std::unique_lock lock(mutex_);
   if (ready_.empty()) {
     readerWaiting_ = true;

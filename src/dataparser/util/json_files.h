@@ -43,6 +43,8 @@ struct DecodedFile {
   bool mended = false;
   // Backup files the document names, looked up ahead by the read-ahead's preparation.
   KnownBackupFiles files;
+  // The preparation ran on the file.
+  bool prepared = false;
 };
 
 // Decodes one file on the calling thread, exactly as the read-ahead does on its helper.
@@ -53,7 +55,9 @@ class FileReadAhead {
  public:
   // Says whether a path may be opened; an empty test admits every path.
   using Admission = std::function<bool(const std::string& path)>;
-  // Runs on the helper thread after a file decoded, before it is handed over.
+  // Runs once on every file that decoded, before it is handed over: on the helper thread while
+  // the caller has files enough waiting, otherwise on the caller's thread in take(). The two
+  // threads share the work that way when the decoding alone keeps the helper busy.
   using Preparation = std::function<void(DecodedFile& file)>;
 
   // Starts decoding `paths` in order, keeping at most `depth` (at least 1) decoded files ready.
@@ -72,6 +76,7 @@ class FileReadAhead {
 
  private:
   void decodeAll();
+  DecodedFile takeReady();
 
   const std::vector<std::string> paths_;
   const Admission admit_;
