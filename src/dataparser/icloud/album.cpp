@@ -52,7 +52,7 @@ std::shared_ptr<iCloudiOSAlbumParser> iCloudiOSAlbumParser::parserWithJSONData(J
   json::Value albums = record.sub(record["albums"]);
   for (json::View element : albums.elements()) {
     if (!element.isObject()) continue;
-    auto album = std::make_shared<iCloudiOSAlbumItem>();
+    auto album = makeItem<iCloudiOSAlbumItem>();
     album->initWithDictionary(albums.sub(element));
     parser->items().push_back(std::move(album));
   }

@@ -18,12 +18,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dataparser/model/describable.h"
 #include "dataparser/util/json.h"
+#include "dataparser/util/slab_memory.h"
 
 namespace dataparser {
+
+// Makes an item (or payload) of class T from `args`. The items of a scan live and go together,
+// so they come from slab memory (slab_memory.h) rather than one allocation each.
+template <class T, class... Args>
+std::shared_ptr<T> makeItem(Args&&... args) {
+  return std::allocate_shared<T>(SlabAllocator<T>(), std::forward<Args>(args)...);
+}
 
 class IOSBaseItem : public Describable {
  public:
@@ -33,7 +42,7 @@ class IOSBaseItem : public Describable {
   // Constructs an item of class T and runs `initWithDictionary(dictionary)` on it.
   template <class T = IOSBaseItem>
   static std::shared_ptr<T> itemWithDictionary(const json::Value& dictionary) {
-    auto item = std::make_shared<T>();
+    auto item = makeItem<T>();
     item->initWithDictionary(dictionary);
     return item;
   }

@@ -36,8 +36,16 @@ using simdjson::internal::tape_type;
 struct DocumentAccess {
   static void adopt(Document& document, std::unique_ptr<std::uint64_t[]> tape,
                     std::unique_ptr<std::uint8_t[]> strings) {
-    document.tape_ = std::move(tape);
-    document.strings_ = std::move(strings);
+    document.tape_ = tape.get();
+    document.strings_ = strings.get();
+    document.ownTape_ = std::move(tape);
+    document.ownStrings_ = std::move(strings);
+  }
+  // The tape at the start of `block`, the strings at `stringsOffset`.
+  static void adopt(Document& document, SlabBytes block, std::size_t stringsOffset) {
+    document.tape_ = reinterpret_cast<const std::uint64_t*>(block.data());
+    document.strings_ = block.data() + stringsOffset;
+    document.block_ = std::move(block);
   }
 };
 
@@ -198,6 +206,34 @@ class StringPacker {
     return static_cast<std::uint32_t>(h);
   }
 
+  // Whether two strings of `length` bytes (at most kShortString) are equal: a few word
+  // compares, overlapping at the end, instead of a call.
+  static bool sameShortBytes(const std::uint8_t* a, const std::uint8_t* b, std::uint32_t length) {
+    auto word = [](const std::uint8_t* at) {
+      std::uint64_t value;
+      std::memcpy(&value, at, sizeof value);
+      return value;
+    };
+    if (length >= 8) {
+      std::uint64_t differ = word(a + length - 8) ^ word(b + length - 8);
+      for (std::uint32_t i = 0; i + 8 < length; i += 8)
+        differ |= word(a + i) ^ word(b + i);
+      return differ == 0;
+    }
+    if (length >= 4) {
+      std::uint32_t head, otherHead, tail, otherTail;
+      std::memcpy(&head, a, 4);
+      std::memcpy(&otherHead, b, 4);
+      std::memcpy(&tail, a + length - 4, 4);
+      std::memcpy(&otherTail, b + length - 4, 4);
+      return ((head ^ otherHead) | (tail ^ otherTail)) == 0;
+    }
+    for (std::uint32_t i = 0; i < length; ++i) {
+      if (a[i] != b[i]) return false;
+    }
+    return true;
+  }
+
   // The offset of an earlier copy of the string at `read`; otherwise moves it to `write`,
   // remembers it there and returns `write`.
   std::size_t intern(std::uint8_t* strings, std::size_t read, std::uint32_t length,
@@ -217,7 +253,7 @@ class StringPacker {
       std::uint32_t otherLength;
       std::memcpy(&otherLength, strings + slot.offset, sizeof(otherLength));
       if (otherLength == length &&
-          std::memcmp(strings + slot.offset + sizeof(std::uint32_t), bytes, length) == 0) {
+          sameShortBytes(strings + slot.offset + sizeof(std::uint32_t), bytes, length)) {
         return slot.offset;
       }
     }
@@ -255,6 +291,29 @@ void releaseTail(std::uint8_t* strings, const StringPacker::Extent& extent) {
   if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
 }
 
+// Copies the packed tape and strings of `scratch` into `document`, exactly sized: into one run
+// of slab bytes (see slab_memory.h) when they fit, else into two arrays.
+simdjson::error_code copyOut(const simdjson::dom::document& scratch,
+                             const StringPacker::Extent& extent, Document& document) {
+  const std::size_t tapeBytes = extent.tapeWords * sizeof(std::uint64_t);
+  const std::size_t stringBytes = std::max<std::size_t>(extent.packedEnd, 1);
+  if (tapeBytes + stringBytes <= kLargestSlabPiece) {
+    SlabBytes block;
+    if (!block.allocate(tapeBytes + stringBytes)) return simdjson::MEMALLOC;
+    std::memcpy(block.data(), scratch.tape.get(), tapeBytes);
+    std::memcpy(block.data() + tapeBytes, scratch.string_buf.get(), extent.packedEnd);
+    DocumentAccess::adopt(document, std::move(block), tapeBytes);
+    return simdjson::SUCCESS;
+  }
+  std::unique_ptr<std::uint64_t[]> tape(new (std::nothrow) std::uint64_t[extent.tapeWords]);
+  std::unique_ptr<std::uint8_t[]> strings(new (std::nothrow) std::uint8_t[stringBytes]);
+  if (!tape || !strings) return simdjson::MEMALLOC;
+  std::memcpy(tape.get(), scratch.tape.get(), tapeBytes);
+  std::memcpy(strings.get(), scratch.string_buf.get(), extent.packedEnd);
+  DocumentAccess::adopt(document, std::move(tape), std::move(strings));
+  return simdjson::SUCCESS;
+}
+
 simdjson::error_code parseInto(simdjson::dom::document& dom, const char* data, std::size_t length,
                                bool padded) {
   if (length > kLargeDocumentBytes) {
@@ -277,16 +336,7 @@ Value parseBytes(const char* data, std::size_t length, bool padded, std::string*
     if (code == simdjson::SUCCESS) code = parseInto(scratch, data, length, padded);
     if (code == simdjson::SUCCESS) {
       const StringPacker::Extent extent = packer.pack(scratch);
-      std::unique_ptr<std::uint64_t[]> tape(new (std::nothrow) std::uint64_t[extent.tapeWords]);
-      std::unique_ptr<std::uint8_t[]> strings(
-          new (std::nothrow) std::uint8_t[std::max<std::size_t>(extent.packedEnd, 1)]);
-      if (!tape || !strings) {
-        code = simdjson::MEMALLOC;
-      } else {
-        std::memcpy(tape.get(), scratch.tape.get(), extent.tapeWords * sizeof(std::uint64_t));
-        std::memcpy(strings.get(), scratch.string_buf.get(), extent.packedEnd);
-        DocumentAccess::adopt(*document, std::move(tape), std::move(strings));
-      }
+      code = copyOut(scratch, extent, *document);
     }
   } else {
     simdjson::dom::document dom;

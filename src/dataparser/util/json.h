@@ -34,6 +34,8 @@
 #include <string>
 #include <string_view>
 
+#include "dataparser/util/slab_memory.h"
+
 namespace dataparser::json {
 
 enum class Type : std::uint8_t {
@@ -64,7 +66,7 @@ class Document {
   std::uint64_t word(std::size_t index) const { return tape_[index]; }
   // The string at `index` (which must hold one).
   std::string_view stringAt(std::size_t index) const {
-    const std::uint8_t* at = strings_.get() + (tape_[index] & kPayloadMask);
+    const std::uint8_t* at = strings_ + (tape_[index] & kPayloadMask);
     std::uint32_t length;
     std::memcpy(&length, at, sizeof(length));
     return {reinterpret_cast<const char*>(at + sizeof(length)), length};
@@ -74,8 +76,12 @@ class Document {
  private:
   friend struct DocumentAccess;
   static constexpr std::uint64_t kPayloadMask = 0x00FFFFFFFFFFFFFFull;
-  std::unique_ptr<std::uint64_t[]> tape_;
-  std::unique_ptr<std::uint8_t[]> strings_;
+  const std::uint64_t* tape_ = nullptr;
+  const std::uint8_t* strings_ = nullptr;
+  // The owners of the two buffers: two arrays, or one run of slab bytes holding both.
+  std::unique_ptr<std::uint64_t[]> ownTape_;
+  std::unique_ptr<std::uint8_t[]> ownStrings_;
+  SlabBytes block_;
 };
 
 class ArrayRange;

@@ -476,7 +476,7 @@ void IOSPhotoParser::addiCloudPhotosJSONData(JSONData data, bool albumIsDeleted,
   for (json::View entry : photos.elements()) {
     if (isStopParser()) return;
     if (!entry.isObject()) continue;
-    auto item = std::make_shared<IOSPhotoItem>();
+    auto item = makeItem<IOSPhotoItem>();
     item->initWithiCloudPhotoDict(album.sub(entry), withBackupPath);
     item->itemIsDeleted(albumIsDeleted);
     items().push_back(std::move(item));

@@ -157,7 +157,7 @@ void AndroidWhatsAppSessionItem::readMembers(json::View members) {
   for (json::View entry : members.elements()) {
     if (!entry.isObject()) continue;
     std::string_view jid = entry["member_jid"].string();
-    auto member = std::make_shared<IOSMemberItem>();
+    auto member = makeItem<IOSMemberItem>();
     member->setName(whatsappAddress(std::string("+").append(jid)));
     if (!jid.empty()) member->setIdentifier(androidWhatsappAddress(jid));
     list.push_back(std::move(member));
@@ -195,7 +195,7 @@ AttachmentPtr AndroidWhatsAppParser::attachmentOf(const json::Value& record,
     std::string picture = inFolder(folder, linkThumb.string());
     attachment->setThumbPath(picture);
     attachment->setLocalPath(picture);
-    auto link = std::make_shared<LinkItem>();
+    auto link = makeItem<LinkItem>();
     link->setTitle(linkTitle.stringCopy());
     link->setSummary(linkSummary.stringCopy());
     link->setText(content.stringCopy());
@@ -221,17 +221,17 @@ AttachmentPtr AndroidWhatsAppParser::attachmentOf(const json::Value& record,
   attachment->setMediaFlag(static_cast<std::int32_t>(mediaType.integerFromText()));
   const std::uint64_t type = attachment->type();
   if (type == kAttachmentLocation || kind == kLocationKind) {
-    auto location = std::make_shared<LocationItem>();
+    auto location = makeItem<LocationItem>();
     location->setLocalInfo(name.stringCopy());
     location->setThumbPath(attachment->thumbPath());
     attachment->setLocation(std::move(location));
   } else if (type == kAttachmentContactCard) {
-    auto contact = std::make_shared<ContactItem>();
+    auto contact = makeItem<ContactItem>();
     contact->setName(name.stringCopy());
     contact->setVcf(inFolder(folder, vcard.string()));
     attachment->setContact(std::move(contact));
   } else if (type == kAttachmentAudio) {
-    auto voice = std::make_shared<VoiceItem>();
+    auto voice = makeItem<VoiceItem>();
     voice->setDuration(static_cast<float>(duration.numberFromText()));
     attachment->setVoice(std::move(voice));
   }
@@ -271,7 +271,7 @@ std::shared_ptr<AndroidWhatsAppParser> AndroidWhatsAppParser::parserWithJSONData
         found.push_back(std::move(attachment));
       }
     };
-    auto session = std::make_shared<AndroidWhatsAppSessionItem>();
+    auto session = makeItem<AndroidWhatsAppSessionItem>();
     session->initWithDictionary(raw.sub(element), parseDeleted, folder, collect);
     if (!parseDeleted && session->isDeleted() != 0) continue;
     if (!session->contents().empty()) parser->items().push_back(session);

@@ -50,7 +50,7 @@ MemberList namedMembers(json::View records, std::string_view nameKey, bool skipU
     if (!record.isObject()) continue;
     json::View name = record[nameKey];
     if (skipUnnamed && !name.present()) continue;
-    auto member = std::make_shared<IOSMemberItem>();
+    auto member = makeItem<IOSMemberItem>();
     member->setName(name.stringCopy());
     if (finish) finish(*member, record);
     members.push_back(std::move(member));

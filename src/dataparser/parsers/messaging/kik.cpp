@@ -136,7 +136,7 @@ void IOSKikAccountItem::initWithDictionary(const json::Value& record, bool parse
   SessionList sessions;
   for (json::View entry : record["kik_chat_sessions"].elements()) {
     if (!entry.isObject()) continue;
-    auto session = std::make_shared<IOSKikSessionItem>();
+    auto session = makeItem<IOSKikSessionItem>();
     session->initWithDictionary(record.sub(entry), parseDeleted);
     if (!session->contents().empty()) sessions.push_back(std::move(session));
   }
@@ -160,7 +160,7 @@ void IOSKikParser::addJSONData(JSONData data) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;
     const json::Value record = root.sub(entry);
-    auto account = std::make_shared<IOSKikAccountItem>();
+    auto account = makeItem<IOSKikAccountItem>();
     account->initWithDictionary(record, parseDeleted());
     showAccountAlias(*account, aliases);
     if (!account->items().empty()) items().push_back(std::move(account));

@@ -85,27 +85,27 @@ AttachmentPtr IOSLineSingleItem::makeAttachment() const {
   AttachmentPtr attachment = attachmentFromRecord(rawData(), std::move(fields));
   switch (attachment->type()) {
     case kAttachmentLocation: {
-      auto location = std::make_shared<LocationItem>();
+      auto location = makeItem<LocationItem>();
       location->setLocalInfo(stringByReplacingOccurrences(text, "\t", "\n"));
       attachment->setLocation(std::move(location));
       break;
     }
     case kAttachmentContactCard: {
-      auto contact = std::make_shared<ContactItem>();
+      auto contact = makeItem<ContactItem>();
       contact->setName(std::string(text));
       attachment->setContact(std::move(contact));
       break;
     }
     case kAttachmentAudio: {
       // Voice notes are timed in milliseconds.
-      auto voice = std::make_shared<VoiceItem>();
+      auto voice = makeItem<VoiceItem>();
       voice->setDuration(static_cast<float>(std::round(duration.number() / 1000.0)));
       attachment->setVoice(std::move(voice));
       break;
     }
     case kAttachmentVoiceCall: {
       // Calls are not: their duration is taken as it stands.
-      auto call = std::make_shared<CallDurationItem>();
+      auto call = makeItem<CallDurationItem>();
       call->setDuration(static_cast<float>(duration.number()));
       attachment->setCallDuration(std::move(call));
       break;
@@ -172,7 +172,7 @@ void IOSLineAccountItem::initWithDictionary(
   SessionList sessions;
   for (json::View entry : record["line_chat_sessions"].elements()) {
     if (!entry.isObject()) continue;
-    auto session = std::make_shared<IOSLineSessionItem>();
+    auto session = makeItem<IOSLineSessionItem>();
     session->initWithDictionary(record.sub(entry), parseDeleted, visitDocument);
     sessions.push_back(std::move(session));
   }
@@ -196,7 +196,7 @@ void IOSLineParser::addJSONData(JSONData data) {
   for (json::View entry : root["line_accounts"].elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;
-    auto account = std::make_shared<IOSLineAccountItem>();
+    auto account = makeItem<IOSLineAccountItem>();
     account->initWithDictionary(root.sub(entry), parseDeleted(), collect);
     showAccountAlias(*account, accountDict_);
     // Every account is listed, with or without conversations.

@@ -91,7 +91,7 @@ void IOSSMSSingleItem::appendMessagesOfRecord(const json::Value& record, bool pa
                                               MessageList& messages) {
   Record members(record.view());
   auto make = [&](json::View mediaEntry) {
-    auto message = std::make_shared<IOSSMSSingleItem>();
+    auto message = makeItem<IOSSMSSingleItem>();
     message->readRecord(record, members, mediaEntry);
     return message;
   };
@@ -184,7 +184,7 @@ const AttachmentPtr& IOSSMSSingleItem::attachment() const {
       made->setLocalPath(attachmentPath());
       made->setDevicePath(attachmentDevPath());
       if (made->type() == kAttachmentAudio) {
-        auto voice = std::make_shared<VoiceItem>();
+        auto voice = makeItem<VoiceItem>();
         voice->setDuration(duration_);
         made->setVoice(std::move(voice));
       }
@@ -220,7 +220,7 @@ void IOSSMSSessionItem::readMembers(json::View members) {
   MemberList list;
   for (json::View entry : members.elements()) {
     if (!entry.isObject()) continue;
-    auto member = std::make_shared<IOSMemberItem>();
+    auto member = makeItem<IOSMemberItem>();
     std::string name;
     for (std::string_view part :
          {entry["first"].string(), entry["middle"].string(), entry["last"].string()}) {
@@ -321,7 +321,7 @@ void IOSSMSParser::addSessionsOf(const json::Value& document, const std::string&
   for (json::View element : document["chat_sessions"].elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto session = std::make_shared<IOSSMSSessionItem>();
+    auto session = makeItem<IOSSMSSessionItem>();
     session->initWithDictionary(document.sub(element), parseDeleted());
     if (!parseDeleted() && session->isDeleted() != 0) continue;
     if (session->contents().empty()) continue;

@@ -109,13 +109,13 @@ AttachmentPtr IOSViberSingleItem::makeAttachment() const {
   AttachmentPtr attachment = attachmentFromRecord(rawData(), std::move(fields));
   switch (attachment->type()) {
     case kAttachmentLocation: {
-      auto place = std::make_shared<LocationItem>();
+      auto place = makeItem<LocationItem>();
       place->setLocalInfo(location.isString() ? htmlText(location.string()) : "");
       attachment->setLocation(std::move(place));
       break;
     }
     case kAttachmentLink: {
-      auto link = std::make_shared<LinkItem>();
+      auto link = makeItem<LinkItem>();
       link->setTitle(title.stringCopy());
       link->setSummary(summary.stringCopy());
       link->setUrl(text.stringCopy());
@@ -123,21 +123,21 @@ AttachmentPtr IOSViberSingleItem::makeAttachment() const {
       break;
     }
     case kAttachmentContactCard: {
-      auto contact = std::make_shared<ContactItem>();
+      auto contact = makeItem<ContactItem>();
       contact->setName(contactName.stringCopy());
       contact->setPhone(contactNumber.stringCopy());
       attachment->setContact(std::move(contact));
       break;
     }
     case kAttachmentAudio: {
-      auto voice = std::make_shared<VoiceItem>();
+      auto voice = makeItem<VoiceItem>();
       voice->setDuration(static_cast<float>(duration.number()));
       attachment->setVoice(std::move(voice));
       break;
     }
     case kAttachmentVoiceCall:
     case kAttachmentVideoCall: {
-      auto call = std::make_shared<CallDurationItem>();
+      auto call = makeItem<CallDurationItem>();
       call->setDuration(static_cast<float>(duration.number()));
       call->setCallHistoryType(static_cast<std::uint64_t>(callType.integer()));
       call->setStrCallHistoryType(std::string(callStateKey(callType.integer())));
@@ -245,7 +245,7 @@ void IOSViberParser::readSessions(const json::Value& root) {
   for (json::View entry : root["viber_chat_session"].elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;
-    auto session = std::make_shared<IOSViberSessionItem>();
+    auto session = makeItem<IOSViberSessionItem>();
     session->initWithDictionary(root.sub(entry), parseDeleted(), collect);
     if (!session->contents().empty()) items().push_back(std::move(session));
   }
@@ -264,7 +264,7 @@ void IOSViberParser::collectAttachments(const json::Value& document, ItemList& f
       fields.flag = static_cast<std::int32_t>(kLinkKind);
       AttachmentPtr attachment = attachmentFromRecord(record, std::move(fields));
       attachment->setType(kAttachmentLink);
-      auto link = std::make_shared<LinkItem>();
+      auto link = makeItem<LinkItem>();
       link->setTitle(title.stringCopy());
       link->setSummary(summary.stringCopy());
       link->setUrl(text.stringCopy());

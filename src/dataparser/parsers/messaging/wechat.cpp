@@ -268,7 +268,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
   switch (kind) {
     case kAttachmentLink: {
       attachment->setType(kAttachmentLink);
-      auto link = std::make_shared<LinkItem>();
+      auto link = makeItem<LinkItem>();
       link->setTitle(title.stringCopy());
       link->setSummary(summary.stringCopy());
       link->setText(text.stringCopy());
@@ -277,7 +277,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
       break;
     }
     case kAttachmentEmoji: {
-      auto emoji = std::make_shared<EmojiItem>();
+      auto emoji = makeItem<EmojiItem>();
       emoji->setUrl(url.stringCopy());
       const std::string& picture = feed.emojiPicture(emoji->url());
       if (picture.empty()) {
@@ -296,7 +296,7 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
       break;
     case kAttachmentMoneyTransfer:
     case kAttachmentRedPacket: {
-      auto payment = std::make_shared<MoneyItem>();
+      auto payment = makeItem<MoneyItem>();
       payment->setText(kind == kAttachmentMoneyTransfer ? text.stringCopy() : title.stringCopy());
       if (kind == kAttachmentMoneyTransfer) payment->setMoney(money.stringCopy());
       payment->setStatus(static_cast<std::uint64_t>(status.integer()));
@@ -306,20 +306,20 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
     }
     case kAttachmentVoiceCall:
     case kAttachmentVideoCall: {
-      auto call = std::make_shared<CallDurationItem>();
+      auto call = makeItem<CallDurationItem>();
       call->setDuration(seconds());
       attachment->setCallDuration(std::move(call));
       break;
     }
     case kAttachmentLocation: {
-      auto location = std::make_shared<LocationItem>();
+      auto location = makeItem<LocationItem>();
       location->setLocalInfo(poiName.stringCopy());
       location->setDomain(locationInfo.stringCopy());
       attachment->setLocation(std::move(location));
       break;
     }
     case kAttachmentContactCard: {
-      auto contact = std::make_shared<ContactItem>();
+      auto contact = makeItem<ContactItem>();
       contact->setName(contactName.stringCopy());
       attachment->setContact(std::move(contact));
       break;
@@ -329,14 +329,14 @@ bool IOSWeChatSingleItem::buildAttachment(WeChatFeed& feed) {
         attachment->setLocalPath(mediaLocal.stringCopy());
         attachment->setDevicePath(mediaDevice.stringCopy());
       }
-      auto voice = std::make_shared<VoiceItem>();
+      auto voice = makeItem<VoiceItem>();
       voice->setDuration(seconds());
       attachment->setVoice(std::move(voice));
       break;
     }
     case kAttachmentVideo: {
       resolveFiles();
-      auto video = std::make_shared<VideoItem>();
+      auto video = makeItem<VideoItem>();
       video->setDuration(seconds());
       attachment->setVideo(std::move(video));
       break;
@@ -382,7 +382,7 @@ void IOSWeChatSessionItem::initWithDictionary(const json::Value& record, WeChatF
   MemberList list;
   for (json::View entry : members.elements()) {
     if (!entry.isObject()) continue;
-    auto member = std::make_shared<IOSMemberItem>();
+    auto member = makeItem<IOSMemberItem>();
     auto [memberId, memberName] = entry.fields({"id", "name"});
     member->setIdentifier(memberId.stringCopy());
     member->setName(memberName.stringCopy());
@@ -413,7 +413,7 @@ void IOSWeChatSessionItem::initWithDictionary(const json::Value& record, WeChatF
     }
   });
   rules.factory = [](const json::Value& message) -> MessagePtr {
-    auto item = std::make_shared<IOSWeChatSingleItem>();
+    auto item = makeItem<IOSWeChatSingleItem>();
     item->initWithInlineDictionary(message);
     return item;
   };
@@ -490,7 +490,7 @@ void IOSWeChatAccountItem::initWithDictionary(const json::Value& record, WeChatF
     for (json::View entry : list.elements()) {
       if (feed.stopped()) break;
       if (!entry.isObject()) continue;
-      auto session = std::make_shared<IOSWeChatSessionItem>();
+      auto session = makeItem<IOSWeChatSessionItem>();
       session->initWithDictionary(record.sub(entry), feed, collect);
       sessions.push_back(std::move(session));
     }
@@ -578,7 +578,7 @@ void IOSWeChatParser::addJSONData(JSONData data) {
   for (json::View entry : users.elements()) {
     if (isStopParser()) break;
     if (!entry.isObject()) continue;
-    auto account = std::make_shared<IOSWeChatAccountItem>();
+    auto account = makeItem<IOSWeChatAccountItem>();
     account->initWithDictionary(rawData().sub(entry), *feed_);
     // The display text shows the alias, never the raw identifier.
     aliases_.apply(*account);

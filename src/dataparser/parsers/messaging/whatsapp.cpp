@@ -185,21 +185,21 @@ AttachmentPtr messageAttachment(const json::Value& record) {
   attachment->setMediaFlag(toInt32(mediaType));
   switch (attachment->type()) {
     case kAttachmentLocation: {
-      auto location = std::make_shared<LocationItem>();
+      auto location = makeItem<LocationItem>();
       location->setLocalInfo(vcardName.stringCopy());
       location->setThumbPath(attachment->thumbPath());
       attachment->setLocation(std::move(location));
       break;
     }
     case kAttachmentContactCard: {
-      auto contact = std::make_shared<ContactItem>();
+      auto contact = makeItem<ContactItem>();
       contact->setName(vcardName.stringCopy());
       contact->setVcf(vcardString.stringCopy());
       attachment->setContact(std::move(contact));
       break;
     }
     case kAttachmentAudio: {
-      auto voice = std::make_shared<VoiceItem>();
+      auto voice = makeItem<VoiceItem>();
       voice->setDuration(static_cast<float>(duration.number()));
       attachment->setVoice(std::move(voice));
       break;
@@ -227,7 +227,7 @@ void IOSWhatsappSessionItem::initWithDictionary(const json::Value& record, bool 
   const int offset = currentLocalOffset();
   MessageFileRules rules;
   rules.factory = [offset](const json::Value& message) -> MessagePtr {
-    auto item = std::make_shared<IOSWhatsappSingleItem>();
+    auto item = makeItem<IOSWhatsappSingleItem>();
     item->initWithDictionary(message, offset);
     return item;
   };
@@ -248,7 +248,7 @@ void IOSWhatsappSessionItem::readMembers(json::View members) {
     if (!entry.isObject()) continue;
     auto [name, jid, picture, thumb] = entry.fields(
         {"member_name", "member_jid", "profile_backup_path", "profile_thumb_backup_path"});
-    auto member = std::make_shared<IOSMemberItem>();
+    auto member = makeItem<IOSMemberItem>();
     member->setName(name.stringCopy());
     member->setImagePath(picture.stringCopy());
     member->setThumbPath(thumb.stringCopy());
@@ -308,7 +308,7 @@ AttachmentPtr IOSWhatsappParser::linkAttachment(const json::Value& record) {
   attachment->setType(kAttachmentLink);
   attachment->setLocalPath(thumb.stringCopy());
   attachment->setDevicePath(thumbDevice.stringCopy());
-  auto link = std::make_shared<LinkItem>();
+  auto link = makeItem<LinkItem>();
   link->setTitle(title.stringCopy());
   link->setSummary(summary.stringCopy());
   link->setText(text.stringCopy());
@@ -369,7 +369,7 @@ std::shared_ptr<IOSWhatsappParser> IOSWhatsappParser::parserWithJSONData(JSONDat
     if (parser->isStopParser()) break;
     if (!element.isObject()) continue;
     ItemList found;
-    auto session = std::make_shared<IOSWhatsappSessionItem>();
+    auto session = makeItem<IOSWhatsappSessionItem>();
     session->initWithDictionary(raw.sub(element), parseDeleted,
                                 [&parser, &found](const json::Value& document) {
                                   parser->collectAttachments(document, found);

@@ -287,7 +287,7 @@ void IOSCalendarParser::addiCloudJSONData(JSONData data) {
   for (json::View element : record["events"].elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto event = std::make_shared<IOSCalendarItem>();
+    auto event = makeItem<IOSCalendarItem>();
     event->initWithiCloudDictionary(record.sub(element), listArr_, backupPath());
     items().push_back(std::move(event));
   }

@@ -623,7 +623,7 @@ void IOSContactParser::addiCloudJSONData(JSONData data) {
   for (json::View element : rawData()["contactArr"].elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto contact = std::make_shared<IOSContactItem>();
+    auto contact = makeItem<IOSContactItem>();
     contact->initWithiCloudPhotoDict(rawData().sub(element), backupPath());
     items().push_back(std::move(contact));
   }

@@ -461,7 +461,7 @@ void IOSNoteParser::addiCloudJSONData(JSONData data) {
   for (json::View element : notes.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto note = std::make_shared<IOSNoteItem>();
+    auto note = makeItem<IOSNoteItem>();
     note->initWithiCloudNoteDict(notes.sub(element));
     items().push_back(std::move(note));
   }
@@ -477,7 +477,7 @@ json::Value IOSNoteParser::iCloudList(JSONData data, std::string_view key) const
 
 void IOSNoteParser::parseriCloudAttachmentsForItem(const NotePtr& note, JSONData data) {
   json::Value list = iCloudList(data, "attachments");
-  NotePtr owner = note ? note : std::make_shared<IOSNoteItem>();
+  NotePtr owner = note ? note : makeItem<IOSNoteItem>();
   for (json::View element : list.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
@@ -493,7 +493,7 @@ void IOSNoteParser::parseriCloudAttachmentsForItem(const NotePtr& note, JSONData
 
 void IOSNoteParser::parseriCloudMediasForItem(const NotePtr& note, JSONData data) {
   json::Value list = iCloudList(data, "medias");
-  NotePtr owner = note ? note : std::make_shared<IOSNoteItem>();
+  NotePtr owner = note ? note : makeItem<IOSNoteItem>();
   for (json::View element : list.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;

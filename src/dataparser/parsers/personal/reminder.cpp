@@ -306,7 +306,7 @@ ItemList IOSReminderParser::keepLists(JSONData data, bool lowFormat) {
   for (json::View element : entries.elements()) {
     if (isStopParser()) break;
     if (!element.isObject()) continue;
-    auto list = std::make_shared<iCloudReminderListItem>();
+    auto list = makeItem<iCloudReminderListItem>();
     if (lowFormat) {
       list->initWithLowReminderDictionary(entries.sub(element));
     } else {
@@ -340,7 +340,7 @@ void IOSReminderParser::addiCloudJSONData(JSONData data, const ItemList& lists) 
   for (json::View element : entries.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto reminder = std::make_shared<IOSReminderItem>();
+    auto reminder = makeItem<IOSReminderItem>();
     reminder->initWithiCloudDictionary(entries.sub(element));
     reminder->setList(listName(element["parent"].string(), lists));
     if (!parseDeleted() && reminder->isDeleted()) continue;
@@ -355,7 +355,7 @@ void IOSReminderParser::addLowReminderiCloudJSONData(JSONData data) {
   json::Value listEntries = listOf(document, "lists");
   for (json::View element : listEntries.elements()) {
     if (!element.isObject()) continue;
-    auto list = std::make_shared<iCloudReminderListItem>();
+    auto list = makeItem<iCloudReminderListItem>();
     list->initWithLowReminderDictionary(listEntries.sub(element));
     lists_.push_back(list);
     lists.push_back(std::move(list));
@@ -364,7 +364,7 @@ void IOSReminderParser::addLowReminderiCloudJSONData(JSONData data) {
   for (json::View element : entries.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto reminder = std::make_shared<IOSReminderItem>();
+    auto reminder = makeItem<IOSReminderItem>();
     reminder->initWithLowReminderiCloudDictionary(entries.sub(element));
     reminder->setList(listName(element["parent"].string(), lists));
     if (!parseDeleted() && reminder->isDeleted()) continue;
@@ -389,7 +389,7 @@ void IOSReminderParser::parseriCloudAlarmsWithJSONData(JSONData data) {
   for (json::View element : entries.elements()) {
     if (isStopParser()) return;
     if (!element.isObject()) continue;
-    auto alarm = std::make_shared<IOSReminderItem>();
+    auto alarm = makeItem<IOSReminderItem>();
     alarm->parseReminderAlarmsWithiCloudDict(entries.sub(element));
     alarms_.push_back(std::move(alarm));
   }
