@@ -210,21 +210,35 @@ std::optional<bool> statBelowCheckedFolder(const Registry& reg, const std::strin
     }
   }
   if (written == nullptr) return std::nullopt;
-  CheckedFolders& checked = checkedFolders();
-  if (!checked.contains(folder)) {
-    std::optional<std::string> real = resolved(std::string(folder).c_str());
-    if (!real) return false;  // no such folder
-    bool inside = false;
-    for (const auto& [id, roots] : reg.scopes) {
-      for (const Root& root : roots) {
-        inside = inside || below(*real, root.canonical);
-      }
-    }
-    if (!inside) return std::nullopt;  // the full rule decides
-    checked.add(folder);
-  }
   while (path[relative] == '/')
     ++relative;
+  CheckedFolders& checked = checkedFolders();
+  if (!checked.contains(folder)) {
+    // One resolution of the folder beneath the registered one settles it; only where the kernel
+    // cannot tell is the folder resolved in full.
+    const std::string inner(relative < folder.size() ? folder.substr(relative) : ".");
+    int fd = -1;
+    switch (openBeneath(written->fd, inner.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC, &fd)) {
+      case Beneath::kInside:
+        ::close(fd);
+        break;
+      case Beneath::kMissing:
+        return false;  // no such folder there
+      case Beneath::kUnknown: {
+        std::optional<std::string> real = resolved(std::string(folder).c_str());
+        if (!real) return false;  // no such folder
+        bool inside = false;
+        for (const auto& [id, roots] : reg.scopes) {
+          for (const Root& root : roots) {
+            inside = inside || below(*real, root.canonical);
+          }
+        }
+        if (!inside) return std::nullopt;  // the full rule decides
+        break;
+      }
+    }
+    checked.add(folder);
+  }
   const char* rest = relative == path.size() ? "." : path.c_str() + relative;
   if (::fstatat(written->fd, rest, status, AT_SYMLINK_NOFOLLOW) != 0) {
     return false;
