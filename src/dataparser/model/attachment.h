@@ -188,12 +188,12 @@ class IOSAttachmentItem : public IOSBaseItem {
   void setRare(T Rare::*field, T value) {
     if (!rare_) {
       if (value == T()) return;  // storing nothing needs no block
-      rare_ = std::make_unique<Rare>();
+      rare_ = makeSlabUnique<Rare>();
     }
     (*rare_).*field = std::move(value);
   }
 
-  std::unique_ptr<Rare> rare_;
+  SlabUniquePtr<Rare> rare_;
 };
 
 using AttachmentPtr = std::shared_ptr<IOSAttachmentItem>;

@@ -90,7 +90,7 @@ void IOSBaseSingleItem::keepTextField(TextField field, std::string value) const 
   knownFields_ |= static_cast<std::uint8_t>(1U << field);
   if (!texts_) {
     if (value.empty()) return;
-    texts_ = std::make_unique<TextFields>();
+    texts_ = makeSlabUnique<TextFields>();
   }
   texts_->values[field] = std::move(value);
 }

@@ -150,7 +150,7 @@ class IOSBaseSingleItem : public IOSBaseItem {
     std::string values[kTextFieldCount];
   };
 
-  mutable std::unique_ptr<TextFields> texts_;
+  mutable SlabUniquePtr<TextFields> texts_;
   // Microseconds since 1970, kNoDate for none: a million messages carry one word, not an optional.
   static constexpr std::int64_t kNoDate = std::numeric_limits<std::int64_t>::min();
   std::int64_t sendDate_ = kNoDate;

@@ -21,7 +21,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace dataparser {
 
@@ -57,6 +59,29 @@ class SlabAllocator {
     return true;
   }
 };
+
+// std::unique_ptr over an object made in a slab: makeSlabUnique<T>(args...).
+template <class T>
+struct SlabDelete {
+  void operator()(T* object) const noexcept {
+    object->~T();
+    slabDeallocate(object, sizeof(T), alignof(T));
+  }
+};
+template <class T>
+using SlabUniquePtr = std::unique_ptr<T, SlabDelete<T>>;
+
+template <class T, class... Args>
+SlabUniquePtr<T> makeSlabUnique(Args&&... args) {
+  T* object = SlabAllocator<T>().allocate(1);
+  try {
+    ::new (static_cast<void*>(object)) T(std::forward<Args>(args)...);
+  } catch (...) {
+    slabDeallocate(object, sizeof(T), alignof(T));
+    throw;
+  }
+  return SlabUniquePtr<T>(object);
+}
 
 // An owned run of slab bytes: one buffer of a decoded document, say. Move-only.
 class SlabBytes {
