@@ -35,7 +35,7 @@ FileReadAhead::~FileReadAhead() {
 }
 
 // The helper prepares a file itself only while at least this many wait for the caller.
-constexpr std::size_t kPrepareAhead = 2;
+constexpr std::size_t kPrepareAhead = 1;
 
 void FileReadAhead::decodeAll() {
   for (const std::string& path : paths_) {

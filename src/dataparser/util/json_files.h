@@ -56,8 +56,8 @@ class FileReadAhead {
   // Says whether a path may be opened; an empty test admits every path.
   using Admission = std::function<bool(const std::string& path)>;
   // Runs once on every file that decoded, before it is handed over: on the helper thread while
-  // the caller has files enough waiting, otherwise on the caller's thread in take(). The two
-  // threads share the work that way when the decoding alone keeps the helper busy.
+  // the caller has a file waiting, otherwise on the caller's thread in take(). The two threads
+  // share the work that way when the decoding alone keeps the helper busy.
   using Preparation = std::function<void(DecodedFile& file)>;
 
   // Starts decoding `paths` in order, keeping at most `depth` (at least 1) decoded files ready.

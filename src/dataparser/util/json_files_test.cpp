@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "tests/test_support.h"
 
 namespace dataparser::json {
@@ -36,6 +40,32 @@ TEST(JsonFilesTest, VisitsEveryFileInOrderWithItsErrorAndStopsWhenAsked) {
     ADD_FAILURE() << "no file to visit";
     return true;
   });
+}
+
+// The preparation runs exactly once on every file that decoded, before take() hands it over,
+// whichever thread ran it; a slow or a fast reader both see every file prepared.
+TEST(JsonFilesTest, PreparationRunsOnceOnEveryDecodedFile) {
+  testing::TempDir dir;
+  std::vector<std::string> paths;
+  for (int i = 0; i < 40; ++i) {
+    paths.push_back(dir.write("f" + std::to_string(i) + ".json",
+                              i % 7 == 3 ? "[broken" : "{\"n\": " + std::to_string(i) + "}"));
+  }
+  for (bool slowReader : {false, true}) {
+    std::atomic<int> runs = 0;
+    FileReadAhead ahead(paths, {}, 4, [&](DecodedFile& file) {
+      ++runs;
+      file.error = "prepared";
+    });
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      DecodedFile file = ahead.take();
+      EXPECT_EQ(file.document.present(), i % 7 != 3) << i;
+      EXPECT_EQ(file.prepared, file.document.present()) << i;
+      EXPECT_EQ(file.error == "prepared", file.prepared) << i;
+      if (slowReader) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(runs, 34) << slowReader;
+  }
 }
 
 }  // namespace
