@@ -35,10 +35,12 @@ MessageFileReadAhead::MessageFileReadAhead(std::vector<std::string> paths, Messa
   json::FileReadAhead::Preparation prepare;
   if (!named.fileKeys.empty()) {
     prepare = [named = std::move(named)](json::DecodedFile& file) {
+      std::vector<json::View> found(named.fileKeys.size());
       for (json::View record : file.document[named.listKey].elements()) {
-        if (!record.isObject()) continue;
-        for (std::string_view key : named.fileKeys) {
-          if (std::string_view path = record[key].string(); !path.empty()) file.files.lookUp(path);
+        std::fill(found.begin(), found.end(), json::View());
+        record.fields(named.fileKeys.data(), found.data(), found.size());
+        for (json::View value : found) {
+          if (std::string_view path = value.string(); !path.empty()) file.files.lookUp(path);
         }
       }
     };

@@ -124,6 +124,43 @@ bool paddingReadable(const char* data, std::size_t length) {
   return last % kPage + simdjson::SIMDJSON_PADDING < kPage;
 }
 
+// Whether two runs of `length` bytes, at most 32, are equal: a few word compares, overlapping at
+// the end, instead of a call. Keys and most record values are this short.
+inline bool sameShortBytes(const std::uint8_t* a, const std::uint8_t* b, std::size_t length) {
+  auto word = [](const std::uint8_t* at) {
+    std::uint64_t value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+  };
+  if (length >= 8) {
+    std::uint64_t differ = word(a + length - 8) ^ word(b + length - 8);
+    for (std::size_t i = 0; i + 8 < length; i += 8)
+      differ |= word(a + i) ^ word(b + i);
+    return differ == 0;
+  }
+  if (length >= 4) {
+    std::uint32_t head, otherHead, tail, otherTail;
+    std::memcpy(&head, a, 4);
+    std::memcpy(&otherHead, b, 4);
+    std::memcpy(&tail, a + length - 4, 4);
+    std::memcpy(&otherTail, b + length - 4, 4);
+    return ((head ^ otherHead) | (tail ^ otherTail)) == 0;
+  }
+  for (std::size_t i = 0; i < length; ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+
+// a == b, with short texts compared inline.
+inline bool sameText(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  const auto* left = reinterpret_cast<const std::uint8_t*>(a.data());
+  const auto* right = reinterpret_cast<const std::uint8_t*>(b.data());
+  return a.size() <= 32 ? sameShortBytes(left, right, a.size())
+                        : std::memcmp(left, right, a.size()) == 0;
+}
+
 // Shares repeated short strings of a parsed document and packs its string buffer.
 //
 // A message file repeats the same keys ("text", "from_id" ...) and many of the same short values
@@ -188,50 +225,19 @@ class StringPacker {
     if (slots_.empty()) slots_.resize(1024);
   }
 
+  // Reads whole words: in the parser's string buffer a string is followed by its NUL and, after
+  // the last one, by the buffer's padding, so the last word may reach past the string; its bytes
+  // past the end are masked off.
   static std::uint32_t hashOf(const std::uint8_t* bytes, std::uint32_t length) {
     std::uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
-    std::uint32_t i = 0;
-    for (; i + 8 <= length; i += 8) {
+    for (std::uint32_t i = 0; i < length; i += 8) {
       std::uint64_t word;
       std::memcpy(&word, bytes + i, 8);
-      h = (h ^ word) * 0xFF51AFD7ED558CCDull;
-      h ^= h >> 32;
-    }
-    if (i < length) {
-      std::uint64_t word = 0;
-      std::memcpy(&word, bytes + i, length - i);
+      if (length - i < 8) word &= ~std::uint64_t{0} >> (8 * (8 - (length - i)));
       h = (h ^ word) * 0xFF51AFD7ED558CCDull;
       h ^= h >> 32;
     }
     return static_cast<std::uint32_t>(h);
-  }
-
-  // Whether two strings of `length` bytes (at most kShortString) are equal: a few word
-  // compares, overlapping at the end, instead of a call.
-  static bool sameShortBytes(const std::uint8_t* a, const std::uint8_t* b, std::uint32_t length) {
-    auto word = [](const std::uint8_t* at) {
-      std::uint64_t value;
-      std::memcpy(&value, at, sizeof value);
-      return value;
-    };
-    if (length >= 8) {
-      std::uint64_t differ = word(a + length - 8) ^ word(b + length - 8);
-      for (std::uint32_t i = 0; i + 8 < length; i += 8)
-        differ |= word(a + i) ^ word(b + i);
-      return differ == 0;
-    }
-    if (length >= 4) {
-      std::uint32_t head, otherHead, tail, otherTail;
-      std::memcpy(&head, a, 4);
-      std::memcpy(&otherHead, b, 4);
-      std::memcpy(&tail, a + length - 4, 4);
-      std::memcpy(&otherTail, b + length - 4, 4);
-      return ((head ^ otherHead) | (tail ^ otherTail)) == 0;
-    }
-    for (std::uint32_t i = 0; i < length; ++i) {
-      if (a[i] != b[i]) return false;
-    }
-    return true;
   }
 
   // The offset of an earlier copy of the string at `read`; otherwise moves it to `write`,
@@ -500,7 +506,7 @@ View View::operator[](std::string_view key) const {
   if (!isObject()) return {};
   std::size_t end = word(document_, tapeIndex_).after_element() - 1;
   for (std::size_t i = tapeIndex_ + 1; i < end;) {
-    if (document_->stringAt(i) == key) return Document::view(document_, i + 1);
+    if (sameText(document_->stringAt(i), key)) return Document::view(document_, i + 1);
     i = word(document_, i + 1).after_element();
   }
   return {};
@@ -532,7 +538,7 @@ void View::findFields(const std::string_view* keys, View* found, std::size_t cou
     for (std::uint64_t candidates = byLength[key.size() % kBuckets] & open; candidates != 0;
          candidates &= candidates - 1) {
       const auto k = static_cast<std::size_t>(std::countr_zero(candidates));
-      if (keys[k] == key) {
+      if (sameText(keys[k], key)) {
         found[k] = Document::view(document_, i + 1);
         open &= ~(std::uint64_t{1} << k);
         break;

@@ -115,6 +115,11 @@ class View {
     findFields(keys, found.data(), N);
     return found;
   }
+  // The same for keys known only at run time: found[i] is the member named keys[i]; slots
+  // already filled are kept.
+  void fields(const std::string_view* keys, View* found, std::size_t count) const {
+    findFields(keys, found, count);
+  }
   // Element of an array; absent when this is not an array or `index` is past the end.
   View at(std::size_t index) const;
   // Number of elements of an array or members of an object; 0 for everything else.
