@@ -358,6 +358,20 @@ const BackupFileLook* RememberedBackupLooks::find(const std::string& path) const
   return found == looks_.end() ? nullptr : &found->second;
 }
 
+bool rememberedStat(const std::string& path, struct stat* status) {
+  RememberedBackupLooks* remembered = rememberedLooks;
+  if (remembered != nullptr) {
+    if (auto found = remembered->stats_.find(path); found != remembered->stats_.end()) {
+      *status = found->second.status;
+      return found->second.ok;
+    }
+  }
+  const bool ok = path.find('\0') == std::string::npos && ::stat(path.c_str(), status) == 0;
+  if (remembered != nullptr)
+    remembered->stats_.emplace(path, RememberedBackupLooks::Stat{ok, *status});
+  return ok;
+}
+
 RememberedBackupLooks::RememberedBackupLooks() : outer_(rememberedLooks) {
   rememberedLooks = this;
 }

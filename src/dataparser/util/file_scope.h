@@ -21,6 +21,8 @@
 // folders are resolved once, when the scope is made.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -112,9 +114,20 @@ class RememberedBackupLooks {
   void remember(const std::string& path, const BackupFileLook& look) { looks_.emplace(path, look); }
 
  private:
+  friend bool rememberedStat(const std::string& path, struct stat* status);
+  struct Stat {
+    bool ok;
+    struct stat status;
+  };
   std::unordered_map<std::string, BackupFileLook> looks_;
+  std::unordered_map<std::string, Stat> stats_;
   RememberedBackupLooks* outer_;
 };
+
+// stat(2) of `path` as the file system answers it, without the rule above; while a
+// RememberedBackupLooks is held on the thread, remembered like its looks. For caches of the
+// library's own that check whether a file changed (loaded pictures).
+bool rememberedStat(const std::string& path, struct stat* status);
 
 // openRegularFile / readFile for a path named by backup data.
 int openBackupFile(const std::string& path, std::uint64_t* size = nullptr);

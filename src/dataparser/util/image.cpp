@@ -100,8 +100,7 @@ struct FileStamp {
 
 std::optional<FileStamp> regularFileStamp(const std::string& path) {
   struct stat status {};
-  if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0 ||
-      !S_ISREG(status.st_mode)) {
+  if (!rememberedStat(path, &status) || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
   return FileStamp{
