@@ -210,6 +210,7 @@ class StringPacker {
 
  private:
   static constexpr std::uint32_t kShortString = 32;
+  static constexpr std::size_t kMostRemembered = 16384;
   struct Slot {
     std::uint64_t offset;
     std::uint32_t hash;
@@ -251,8 +252,12 @@ class StringPacker {
       Slot& slot = slots_[i];
       if (slot.generation != generation_) {
         if (read != write) std::memmove(strings + write, strings + read, length + 5);
-        slot = {write, hash, generation_};
-        if (++used_ * 2 > slots_.size()) grow();
+        // A full table takes no more strings: the ones that repeat (keys, kinds) came early,
+        // and a table past the cache would cost every string a miss.
+        if (used_ < kMostRemembered) {
+          slot = {write, hash, generation_};
+          if (++used_ * 2 > slots_.size()) grow();
+        }
         return write;
       }
       if (slot.hash != hash) continue;
