@@ -207,11 +207,13 @@ TEST(JsonTest, FilesParsedOneAfterAnotherKeepTheirOwnContent) {
 
 TEST(JsonTest, RepeatedShortStringsAreStoredOnceAndEveryTextReadsBack) {
   // Records that repeat keys and short values, strings at and around the sharing limit, and a
-  // text large enough to be packed in place; each kept alive while the next ones are parsed.
+  // text large enough to be packed in place, with more distinct short strings than are
+  // remembered for sharing; each kept alive while the next ones are parsed.
   std::string big = "[";
   for (int i = 0; i < 60000; ++i)
-    big += std::string(i ? "," : "") + R"({"from_id":"4917@s.whatsapp.net","text":"message )" +
-           std::to_string(i) + R"( with a text longer than thirty-two bytes"})";
+    big += std::string(i ? "," : "") + R"({"id":"n)" + std::to_string(i) +
+           R"(","from_id":"4917@s.whatsapp.net","text":"message )" + std::to_string(i) +
+           R"( with a text longer than thirty-two bytes"})";
   big += "]";
   const std::string texts[] = {
       big,
@@ -229,6 +231,7 @@ TEST(JsonTest, RepeatedShortStringsAreStoredOnceAndEveryTextReadsBack) {
   }
   EXPECT_EQ(documents[0].view().at(59999)["text"].string(),
             "message 59999 with a text longer than thirty-two bytes");
+  EXPECT_EQ(documents[0].view().at(59999)["id"].string(), "n59999");
   EXPECT_EQ(documents[1]["k2"]["k"].string(), "v");
   EXPECT_EQ(documents[3]["e"].string(), std::string_view("\0x", 2));
 
