@@ -72,14 +72,10 @@ TransientTexts::~TransientTexts() {
 const std::string& IOSBaseSingleItem::textField(TextField field) const {
   static_assert(kTextFieldCount == std::tuple_size_v<decltype(transientSlots)>);
   static const std::string kEmpty;
-  if (((knownFields_ >> field) & 1U) == 0 && heldForTheMoment(field)) {
+  if (transientTexts && !hasTextField(field) && transientSlots[field].owner == this) {
     return transientSlots[field].value;
   }
   return texts_ ? texts_->values[field] : kEmpty;
-}
-
-bool IOSBaseSingleItem::heldForTheMoment(TextField field) const {
-  return transientTexts && transientSlots[field].owner == this;
 }
 
 void IOSBaseSingleItem::storeTextField(TextField field, std::string value) const {

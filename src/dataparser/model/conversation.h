@@ -130,16 +130,12 @@ class IOSBaseSingleItem : public IOSBaseItem {
     kStrNoticeField,
     kTextFieldCount,
   };
-  bool hasTextField(TextField field) const {
-    return ((knownFields_ >> field) & 1U) != 0 || heldForTheMoment(field);
-  }
+  bool hasTextField(TextField field) const { return (knownFields_ >> field) & 1U; }
   // The lazy `strSendDate` of the apps whose records hold a date value: `sendDate` in the display
   // format ("" without a date), worked out on first read; the setter wins.
   const std::string& sendDateInDisplayFormat() const;
   // The stored value; "" when none is stored.
   const std::string& textField(TextField field) const;
-  // The value was worked out under TransientTexts and is still held for the moment.
-  bool heldForTheMoment(TextField field) const;
   // Stores a value worked out from the record (under TransientTexts, only for the moment).
   void storeTextField(TextField field, std::string value) const;
   // Stores a value given to a setter, always.
