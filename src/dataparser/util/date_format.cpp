@@ -443,6 +443,19 @@ class DateCodec {
 
   // Writes `value` (0..999999) with at least `width` digits; returns the end.
   static char* writePadded(char* out, int value, int width) {
+    // The widths of nearly every pattern ("MM", "dd", "HH", "yyyy"), without a loop.
+    if (width == 2 && value < 100) {
+      out[0] = static_cast<char>('0' + value / 10);
+      out[1] = static_cast<char>('0' + value % 10);
+      return out + 2;
+    }
+    if (width == 4 && value < 10000) {
+      out[0] = static_cast<char>('0' + value / 1000);
+      out[1] = static_cast<char>('0' + value / 100 % 10);
+      out[2] = static_cast<char>('0' + value / 10 % 10);
+      out[3] = static_cast<char>('0' + value % 10);
+      return out + 4;
+    }
     char digits[12];
     int count = 0;
     do {
