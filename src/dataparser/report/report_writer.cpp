@@ -41,6 +41,7 @@
 #include "dataparser/util/file_scope.h"
 #include "dataparser/util/image.h"
 #include "dataparser/util/path.h"
+#include "dataparser/util/sanitizers.h"
 
 namespace dataparser {
 namespace {
@@ -50,19 +51,6 @@ namespace fs = std::filesystem;
 [[maybe_unused]] bool needsEscape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
 }
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kCheckedAddresses = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-constexpr bool kCheckedAddresses = true;
-#else
-constexpr bool kCheckedAddresses = false;
-#endif
-#else
-constexpr bool kCheckedAddresses = false;
-#endif
 
 // The index of the first byte of `data` from `i` on that JSON escapes, or `size`: sixteen bytes
 // at a time where SSE2 is there (every x86-64), else byte by byte.
@@ -89,7 +77,7 @@ std::size_t nextEscape(const char* data, std::size_t i, std::size_t size) {
   // sanitizers, which would flag the bytes past the text) a copy padded with a byte that passes.
   const std::size_t left = size - i;
   unsigned mask;
-  if (!kCheckedAddresses && reinterpret_cast<std::uintptr_t>(data + i) % 4096 <= 4096 - 16) {
+  if (!kCheckedMemory && reinterpret_cast<std::uintptr_t>(data + i) % 4096 <= 4096 - 16) {
     mask = flagged(data + i) & ((1U << left) - 1);
   } else {
     char block[16];

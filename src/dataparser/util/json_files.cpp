@@ -57,10 +57,7 @@ void FileReadAhead::decodeAll() {
         std::lock_guard lock(mutex_);
         ahead = !readerWaiting_ && ready_.size() >= kPrepareAhead;
       }
-      if (ahead) {
-        prepare_(decoded);
-        decoded.prepared = true;
-      }
+      if (ahead) prepareOnce(decoded);
     }
     bool wake = false;
     {
@@ -75,11 +72,14 @@ void FileReadAhead::decodeAll() {
 DecodedFile FileReadAhead::take() {
   DecodedFile decoded = decoder_.joinable() ? takeReady() : decodeFile(paths_[taken_], admit_);
   ++taken_;
-  if (prepare_ && !decoded.prepared && decoded.document.present()) {
-    prepare_(decoded);
-    decoded.prepared = true;
-  }
+  if (prepare_ && decoded.document.present()) prepareOnce(decoded);
   return decoded;
+}
+
+void FileReadAhead::prepareOnce(DecodedFile& file) const {
+  if (file.prepared) return;
+  prepare_(file);
+  file.prepared = true;
 }
 
 DecodedFile FileReadAhead::takeReady() {

@@ -77,6 +77,7 @@ class FileReadAhead {
  private:
   void decodeAll();
   DecodedFile takeReady();
+  void prepareOnce(DecodedFile& file) const;
 
   const std::vector<std::string> paths_;
   const Admission admit_;

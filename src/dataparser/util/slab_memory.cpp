@@ -5,11 +5,11 @@
 #include <atomic>
 #include <cstdlib>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__has_feature)
-#if __has_include(<sanitizer/asan_interface.h>)
+#include "dataparser/util/sanitizers.h"
+
+#ifdef DATAPARSER_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #include <sanitizer/lsan_interface.h>
-#endif
 #endif
 
 namespace dataparser {
@@ -18,15 +18,7 @@ namespace {
 // Under AddressSanitizer the slabs tell it which bytes are handed out, keep a poisoned gap after
 // each piece, and are scanned for pointers by the leak checker, so that its checks see every
 // piece as they would see separate allocations.
-#if defined(__SANITIZE_ADDRESS__)
-#define DATAPARSER_SLAB_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define DATAPARSER_SLAB_ASAN 1
-#endif
-#endif
-
-#ifdef DATAPARSER_SLAB_ASAN
+#ifdef DATAPARSER_ADDRESS_SANITIZER
 constexpr std::size_t kGap = 32;
 void poison(const void* bytes, std::size_t size) {
   __asan_poison_memory_region(bytes, size);
